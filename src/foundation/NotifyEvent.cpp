@@ -1,7 +1,8 @@
 #include "foundation/NotifyEvent.h"
 
 NotifyEvent::Handler* NotifyEvent::setHandler(Handler* h) {
-    handler.reset(h);
+    if (h != handler.get())
+        handler.reset(h);
     return h;
 }
 

@@ -58,8 +58,11 @@ void Delay::readFractional(const float* delays, float* out, int32_t numSamples) 
     }
     const float* data = ring.getData();
     const double newest = static_cast<double>(size) + writePosition - numSamples;
+    const auto longest = static_cast<float>(size);
     for (int32_t i = 0; i < numSamples; ++i) {
-        const double p = newest + i - delays[i];
+        // NaN, negative and huge delays are pinned to the ring so the index arithmetic stays defined.
+        const float delayInSamples = delays[i] >= 0.0f ? std::min(delays[i], longest) : 0.0f;
+        const double p = newest + i - delayInSamples;
         const auto whole = static_cast<int64_t>(p);
         const auto k = static_cast<int32_t>(whole & mask);
         const auto k1 = static_cast<int32_t>((whole + 1) & mask);

@@ -33,6 +33,8 @@ void FloatParameter::jump(float value) {
 }
 
 void FloatParameter::jumpTo(float value) {
+    if (std::isnan(value))
+        return;
     jump(clamp(value));
 }
 
@@ -52,6 +54,9 @@ float FloatParameter::adaptiveTimeMs(float change) const {
 }
 
 void FloatParameter::setValue(float value, float timeMs) {
+    // A NaN target would poison every value the ramp delivers; keep the last good one.
+    if (std::isnan(value))
+        return;
     const float v = clamp(value);
     if (std::fabs(v - target) <= kFloatEpsilon)
         return;
@@ -77,7 +82,8 @@ void FloatParameter::setValue(float value, float timeMs) {
     rampStart = start;
 
     const float time = timeMs < 0.0f && live ? adaptiveTimeMs(v - start) : std::max(timeMs, 0.0f);
-    rampLength = static_cast<int32_t>(static_cast<double>(time) * environment->getSampleRate() * 0.001);
+    // Milliseconds become seconds before the rate multiplies: 145 ms at 48 kHz is 6959 samples.
+    rampLength = static_cast<int32_t>(static_cast<double>(time) * 0.001 * environment->getSampleRate());
     increment = rampLength >= 1 ? (v - start) / static_cast<float>(rampLength) : 0.0f;
     target = v;
 }

@@ -5,7 +5,8 @@ namespace wave {
 Producer::Producer(Environment* environment, bool withOwnBlock)
     : environment(environment),
       ownBlock(withOwnBlock ? std::make_unique<BasicBlock<float>>(environment) : nullptr),
-      generation(environment->getGeneration() - 1), currentBlock(environment->getZeroBlock()) {
+      generation(static_cast<int32_t>(static_cast<uint32_t>(environment->getGeneration()) - 1u)),
+      currentBlock(environment->getZeroBlock()) {
     environment->registerProducer();
 }
 

@@ -7,6 +7,9 @@
 
 namespace graph_test {
 
+using Floats = std::vector<float>;
+using Strings = std::vector<std::string>;
+
 // Writes a running count (start, start + 1, ...) and remembers how and how often it ran.
 class CountingSource : public wave::Source {
 public:
@@ -54,14 +57,14 @@ public:
     bool isAtRest() const override { return atRest; }
 
     bool atRest = true;
+    const std::string name;
 
 private:
-    std::string name;
     std::vector<std::string>& log;
 };
 
-inline std::vector<float> blockValues(const float* data, int32_t numSamples) {
-    return std::vector<float>(data, data + numSamples);
+inline Floats blockValues(const float* data, int32_t numSamples) {
+    return Floats(data, data + numSamples);
 }
 
 } // namespace graph_test
