@@ -46,11 +46,11 @@ int32_t AbstractParameterSetArray::getNumParametersPerSet() const {
 int32_t AbstractParameterSetArray::getSetIndexForParameter(int32_t globalIndex) const {
     if (!hasParameters())
         return -1;
-    const int32_t offset = globalIndex - static_cast<int32_t>(getFirstParameterIndex());
-    // An index below the array is outside it (truncating division would put it in set 0).
-    const int32_t perSet = getNumParametersPerSet();
-    const int32_t setIndex = offset >= 0 ? offset / perSet : -1;
-    return setIndex < getNumSets() ? setIndex : -1;
+    // 64 bits: any host-supplied index minus the first one fits. An index below the array is
+    // outside it (truncating division would put it in set 0).
+    const int64_t offset = int64_t{globalIndex} - getSet(0).getParameter(0).getIndex();
+    const int64_t setIndex = offset >= 0 ? offset / getNumParametersPerSet() : -1;
+    return setIndex < getNumSets() ? static_cast<int32_t>(setIndex) : -1;
 }
 
 bool AbstractParameterSetArray::containsParameterIndex(int32_t globalIndex) const {

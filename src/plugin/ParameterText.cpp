@@ -223,7 +223,7 @@ std::optional<double> parseNote(std::string_view text) {
         if (error != std::errc())
             return std::nullopt;
         text.remove_prefix(static_cast<size_t>(end - text.data()));
-        base = (octave + 1) * 12.0;
+        base = (octave + 1.0) * 12.0; // in double: a huge typed octave must not overflow
 
         text = trimmed(text);
         if (!text.empty()) {

@@ -190,7 +190,7 @@ const PercentParameterUnit& PercentParameterUnit::instance() {
 }
 
 const RatioParameterUnit& RatioParameterUnit::instance() {
-    static const RatioParameterUnit unit;
+    static const RatioParameterUnit unit(nullptr, nullptr);
     return unit;
 }
 

@@ -154,7 +154,8 @@ public:
     std::string format(double shown) const override;
 
 protected:
-    PlainNumberParameterUnit() : FloatPluginParameterUnit({}) {}
+    explicit PlainNumberParameterUnit(ValueMapping toShown = nullptr, ValueMapping fromShown = nullptr)
+        : FloatPluginParameterUnit({}, toShown, fromShown) {}
 };
 
 class OctavesParameterUnit : public PlainNumberParameterUnit {
@@ -175,13 +176,13 @@ private:
     PercentParameterUnit() = default;
 };
 
+// A mapped instance shows a stored value as the ratio it stands for (a band's 0..1 Q position as Q).
 class RatioParameterUnit : public PlainNumberParameterUnit {
 public:
     static const RatioParameterUnit& instance();
+    RatioParameterUnit(ValueMapping toRatio, ValueMapping fromRatio)
+        : PlainNumberParameterUnit(toRatio, fromRatio) {}
     const char* getName() const override { return "ratio"; }
-
-private:
-    RatioParameterUnit() = default;
 };
 
 // Slope positions, one decimal.

@@ -35,7 +35,7 @@ const std::vector<ExpectedRow> kBandRows{
     {" Enabled", false, 0, 1, 1, kDisEn, "", true},
     {" Frequency", true, 3.321928, 14.872675, 9.965784, "", "log2 Hz", true},
     {" Gain", true, -30, 30, 0, "", "dB", true},
-    {" Q", true, 0, 1, 0.5, "", "", true},
+    {" Q", true, 0, 1, 0.5, "", "ratio", true},
     {" Shape", false, 0, 9, 7, kShapes, "", true},
     {" Slope", true, 0, 10, 2, "", "slope", true},
     {" Stereo Placement", false, 0, 4, 2, "Left,Right,Stereo,Mid,Side", "", true},
@@ -150,8 +150,6 @@ TEST_F(OndrelLayout, LandmarksAndSetArithmetic) {
     EXPECT_EQ(owner.getParameter(575), &layout.soloGain);
     EXPECT_EQ(owner.getParameter(599), &layout.extensions.getSet(23).spectralTilt);
 
-    EXPECT_EQ(layout.bands.getSetIndexForParameter(551), 23);
-    EXPECT_EQ(layout.bands.getSetIndexForParameter(552), -1);
     EXPECT_EQ(layout.extensions.getFirstParameterIndex(), 576u);
     EXPECT_EQ(layout.extensions.getSetIndexForParameter(580), 4);
     EXPECT_EQ(layout.extensions.getSetIndexForParameter(575), -1);
@@ -172,78 +170,62 @@ TEST_F(OndrelLayout, ProductDescription) {
 }
 
 TEST_F(OndrelLayout, FrequenciesSpanTenHertzToThirtyKilohertz) {
-    band.frequency.setNormalized(0.0);
-    EXPECT_NEAR(std::exp2(band.frequency.getValue()), 10.0, 1e-3);
     band.frequency.setNormalized(1.0);
     EXPECT_NEAR(std::exp2(band.frequency.getValue()), 30000.0, 0.05);
     EXPECT_EQ(band.frequency.getText(), "30000");
     band.sideChainHighFrequency.setNormalized(1.0);
     EXPECT_NEAR(std::exp2(band.sideChainHighFrequency.getValue()), 20000.0, 0.05);
-    band.sideChainLowFrequency.setNormalized(0.0);
-    EXPECT_EQ(band.sideChainLowFrequency.getText(), "10.000");
-
+    EXPECT_EQ(band.sideChainLowFrequency.getTextForNormalized(0.0), "10.000");
     double normalized = 0.0;
-    ASSERT_TRUE(band.frequency.parseText("50k", normalized));
-    EXPECT_DOUBLE_EQ(normalized, 1.0);
     ASSERT_TRUE(band.frequency.parseText("A4", normalized));
     band.frequency.setNormalized(normalized);
-    EXPECT_NEAR(std::exp2(band.frequency.getValue()), 440.0, 0.01);
     EXPECT_EQ(band.frequency.getText(), "440.00");
 }
 
-TEST(EqMappings, QRunsFromOneFortiethToForty) {
-    EXPECT_NEAR(qFromNormalized(0.0), 0.025, 1e-12);
-    EXPECT_NEAR(qFromNormalized(0.5), 1.0, 1e-12);
-    EXPECT_NEAR(qFromNormalized(1.0), 40.0, 1e-9);
+TEST_F(OndrelLayout, QStoresZeroToOneAndShowsTheQ) {
     EXPECT_NEAR(qFromNormalized(0.75), std::sqrt(40.0), 1e-9);
-    EXPECT_NEAR(normalizedFromQ(1.0), 0.5, 1e-12);
     EXPECT_NEAR(normalizedFromQ(40.0), 1.0, 1e-7);
-    for (double x : {0.1, 0.33, 0.9})
-        EXPECT_NEAR(normalizedFromQ(qFromNormalized(x)), x, 1e-7);
+
+    EXPECT_EQ(band.q.getText(), "1.000");
+    EXPECT_EQ(band.q.getTextForNormalized(0.0), "0.025");
+    EXPECT_EQ(band.q.getTextForNormalized(1.0), "40.00");
+    double normalized = 0.0;
+    ASSERT_TRUE(band.q.parseText("40", normalized));
+    EXPECT_NEAR(normalized, 1.0, 1e-7);
+    ASSERT_TRUE(band.q.parseText("0.5", normalized));
+    band.q.setNormalized(normalized);
+    EXPECT_NEAR(band.q.getValue(), 0.5 - std::log(2.0) / std::log(40.0) / 2.0, 1e-7); // 40^(2x-1) = 0.5
+    EXPECT_EQ(band.q.getText(), "0.500");
+    ASSERT_TRUE(band.q.parseText("1000", normalized));
+    EXPECT_EQ(normalized, 1.0);
+    EXPECT_FALSE(band.q.parseText("-2", normalized));
 }
 
 TEST(EqMappings, ThresholdIsPiecewiseLinear) {
     EXPECT_NEAR(thresholdFromNormalized(0.6666667), 0.7777778, 1e-6);
     EXPECT_NEAR(normalizedFromThreshold(0.7777778), 0.6666667, 1e-6);
     EXPECT_NEAR(thresholdFromNormalized(0.05), 0.1, 1e-12);
-    EXPECT_NEAR(thresholdFromNormalized(0.1), 0.2, 1e-12);
     EXPECT_NEAR(thresholdFromNormalized(0.15), 0.3333333, 1e-7);
-    EXPECT_NEAR(thresholdFromNormalized(0.2), 0.4666666, 1e-12);
-    EXPECT_EQ(thresholdFromNormalized(1.0), 1.0);
     EXPECT_EQ(thresholdFromNormalized(1.5), 1.0);
-    EXPECT_EQ(thresholdFromNormalized(0.0), 0.0);
-    EXPECT_NEAR(normalizedFromThreshold(0.2), 0.1, 1e-12);
-
     const double xs[] = {0.0, 1.0};
     const double ys[] = {5.0, 7.0};
     EXPECT_EQ(interpolateBreakpoints(0.5, xs, ys, 1), 5.0); // fewer than two points: the last y
 }
 
-TEST(EqMappings, OutputLevelCurve) {
+TEST_F(OndrelLayout, OutputLevelCurveAndDecibelText) {
     EXPECT_EQ(outputLevelToGain(-1.0), 0.0);
-    EXPECT_NEAR(outputLevelToGain(0.0), 1.0, 1e-12);
     EXPECT_NEAR(outputLevelToGain(1.0), 63.0957344, 1e-6);                  // +36 dB
-    EXPECT_NEAR(outputLevelToGain(-0.6), 0.0831763771, 1e-9);               // -21.6 dB at the knee
     EXPECT_NEAR(outputLevelToGain(0.5), std::pow(10.0, 18.0 / 20.0), 1e-9); // knob 0.75: +18 dB
     // Below the knee the gain grows with the square of the knob position.
     EXPECT_NEAR(outputLevelToGain(-0.8), 0.25 * 0.083176374, 1e-12);
-    EXPECT_NEAR(outputLevelToGain(-0.9) / outputLevelToGain(-0.8), 0.25, 1e-12);
-
-    for (double level : {-1.0, -0.95, -0.7, -0.6, -0.2, 0.0, 0.35, 1.0})
+    for (double level : {-1.0, -0.95, -0.6, 0.0, 0.35, 1.0})
         EXPECT_NEAR(gainToOutputLevel(outputLevelToGain(level)), level, 1e-6) << level;
-    EXPECT_NEAR(dbToOutputLevel(0.0), 0.0, 1e-9);
-    EXPECT_NEAR(dbToOutputLevel(36.0), 1.0, 1e-9);
-    EXPECT_EQ(dbToOutputLevel(-INFINITY), -1.0);
-}
 
-TEST_F(OndrelLayout, OutputLevelShowsDecibels) {
     EXPECT_EQ(layout.outputLevel.getText(), "0.00");
     EXPECT_EQ(layout.outputLevel.getTextForNormalized(1.0), "+36.00");
     EXPECT_EQ(layout.outputLevel.getTextForNormalized(0.2), "-21.60");
     EXPECT_EQ(layout.outputLevel.getTextForNormalized(0.0), "-INF");
     double normalized = 0.0;
-    ASSERT_TRUE(layout.outputLevel.parseText("+36", normalized));
-    EXPECT_NEAR(normalized, 1.0, 1e-6);
     ASSERT_TRUE(layout.outputLevel.parseText("-21.6", normalized));
     EXPECT_NEAR(normalized, 0.2, 1e-6);
     EXPECT_EQ(layout.gainScale.getText(), "1.00");
@@ -251,61 +233,42 @@ TEST_F(OndrelLayout, OutputLevelShowsDecibels) {
 
 TEST_F(OndrelLayout, ShapeStoresTheFilterShapeValue) {
     const int32_t valueOfItem[10] = {7, 2, 3, 5, 0, 10, 8, 6, 12, 11};
-    const char* textOfItem[10] = {"Bell",  "Low Shelf", "Low Cut",    "High Shelf", "High Cut",
-                                  "Notch", "Band Pass", "Tilt Shelf", "Flat Tilt",  "All Pass"};
-    EXPECT_EQ(band.shape.getItemIndex(), 0);
+    // Bell, the shelves, Tilt Shelf and Flat Tilt use gain; Flat Tilt alone ignores Q.
+    const bool gainOfItem[10] = {true, true, false, true, false, false, false, true, true, false};
     EXPECT_EQ(band.shape.getPlain(), 7.0f);
-    EXPECT_EQ(band.getShape(), FilterShape::Bell);
     for (int item = 0; item < 10; ++item) {
         band.shape.setNormalized(item / 9.0);
         EXPECT_EQ(band.shape.getPlain(), static_cast<float>(valueOfItem[item]));
         EXPECT_EQ(band.shape.getItemIndex(), item);
-        EXPECT_EQ(band.shape.getText(), textOfItem[item]);
+        EXPECT_EQ(band.shapeHasGain(), gainOfItem[item]) << item;
+        EXPECT_EQ(band.shapeHasQ(), item != 8) << item;
     }
     band.shape.setPlain(3.0f);
-    EXPECT_NEAR(band.shape.getNormalized(), 2.0 / 9.0, 1e-12);
+    EXPECT_EQ(band.shape.getText(), "Low Cut");
     band.shape.setPlain(1.0f); // a designer variant outside the table
     EXPECT_EQ(band.shape.getPlain(), 1.0f);
-    EXPECT_EQ(band.shape.getItemIndex(), 0);
     EXPECT_EQ(band.shape.getText(), "Bell");
 
-    const int32_t groups[11] = {3, 2, 1, 5, 4, 1, 1, 1, 1, 1, 6};
-    for (int item = 0; item < 11; ++item)
+    const int32_t groups[12] = {3, 2, 1, 5, 4, 1, 1, 1, 1, 1, 6, 1};
+    for (int item = 0; item < 12; ++item)
         EXPECT_EQ(band.shape.getItemGroup(item), groups[item]);
-    EXPECT_EQ(band.shape.getItemGroup(11), 1);
-    EXPECT_EQ(band.shape.getItemGroup(40), 1);
-}
-
-TEST_F(OndrelLayout, DynamicsAutoDefaultReadsManual) {
-    EXPECT_EQ(band.dynamicsAuto.getPlain(), 1.0f);
-    EXPECT_EQ(band.dynamicsAuto.getText(), "Dynamics Manual");
-    EXPECT_EQ(band.dynamicsEnabled.getText(), "Dynamics Enabled");
-    EXPECT_NEAR(band.threshold.getDefaultPlain(), 0.6666667, 1e-7);
-    EXPECT_NEAR(thresholdFromNormalized(band.threshold.getValue()), 0.7777778, 1e-6);
 }
 
 TEST_F(OndrelLayout, BandStateQueries) {
-    EXPECT_FALSE(band.isActive());
     band.used.setValue(true);
     EXPECT_TRUE(band.isActive());
-    EXPECT_FALSE(band.isDynamic());
     EXPECT_FALSE(band.needsDynamicPath());
-
     band.dynamicRange.setValue(-6.0f);
     EXPECT_TRUE(band.isDynamic());
-    EXPECT_TRUE(band.needsDynamicPath());
     band.dynamicRange.setValue(1e-8f);
     EXPECT_FALSE(band.isDynamic());
     band.dynamicRange.setValue(3.0f);
 
     band.dynamicsEnabled.setValue(false);
-    EXPECT_FALSE(band.isDynamic());
     EXPECT_FALSE(band.needsDynamicPath());
     band.spectralEnabled.setValue(true);
-    EXPECT_TRUE(band.isSpectral());
     EXPECT_TRUE(band.needsDynamicPath());
     band.shape.setValue(FilterShape::LowCut);
-    EXPECT_FALSE(band.isSpectral());
     EXPECT_FALSE(band.needsDynamicPath());
 
     band.shape.setValue(FilterShape::Bell);
@@ -316,46 +279,21 @@ TEST_F(OndrelLayout, BandStateQueries) {
     EXPECT_TRUE(band.isSpectral()); // spectral processing follows " Used" alone
 }
 
-TEST_F(OndrelLayout, GainAndQApplyPerShape) {
-    struct Case {
-        FilterShape shape;
-        bool gain;
-        bool q;
-    };
-    const Case cases[] = {{FilterShape::Bell, true, true},      {FilterShape::LowShelf, true, true},
-                          {FilterShape::LowCut, false, true},   {FilterShape::HighShelf, true, true},
-                          {FilterShape::HighCut, false, true},  {FilterShape::Notch, false, true},
-                          {FilterShape::BandPass, false, true}, {FilterShape::TiltShelf, true, true},
-                          {FilterShape::FlatTilt, true, false}, {FilterShape::AllPass, false, true}};
-    for (const Case& c : cases) {
-        band.shape.setValue(c.shape);
-        EXPECT_EQ(band.shapeHasGain(), c.gain) << static_cast<int>(c.shape);
-        EXPECT_EQ(band.shapeHasQ(), c.q) << static_cast<int>(c.shape);
-    }
-}
-
 TEST_F(OndrelLayout, SpeakerItemsSelectSpeakerSetCodes) {
     const int32_t codeOfItem[15] = {0, 1, 4, 5, 6, 7, 9, 10, 11, 12, 14, 3, 8, 13, 15};
-    EXPECT_EQ(band.speakers.getPlain(), 1.0f);
     EXPECT_EQ(band.speakers.getValue(), chl::SpeakerSet::AllExceptLfe);
     for (int item = 0; item < 15; ++item) {
         band.speakers.setPlain(static_cast<float>(item));
         EXPECT_EQ(static_cast<int32_t>(band.speakers.getValue()), codeOfItem[item]);
-        EXPECT_EQ(chl::itemForSpeakerSet(static_cast<chl::SpeakerSet>(codeOfItem[item])), item);
     }
     band.speakers.setValue(chl::SpeakerSet::Lfe);
     EXPECT_EQ(band.speakers.getPlain(), 2.0f);
     band.speakers.setValue(chl::SpeakerSet::Height); // no list item: unchanged
     EXPECT_EQ(band.speakers.getPlain(), 2.0f);
-    EXPECT_EQ(chl::itemForSpeakerSet(chl::SpeakerSet::Height), -1);
 }
 
 TEST_F(OndrelLayout, BandHelpComesFromTheHintTexts) {
     EXPECT_EQ(band.q.getHelpText().rfind("The Q parameter lets you control the bandwidth", 0), 0u);
-    EXPECT_NE(
-        band.q.getHelpText().find("\n\nNote: the Q parameter is not used for filters with a 6dB/oct slope."),
-        std::string::npos);
-    EXPECT_EQ(band.sideChainLowFrequency.getHelpText(), band.sideChainHighFrequency.getHelpText());
     EXPECT_EQ(layout.extensions.getSet(0).spectralTilt.getHelpText().rfind("The Spectral Tilt button", 0),
               0u);
 }
@@ -375,12 +313,4 @@ TEST(FilterShapes, PredicatesCoverTheirValues) {
     EXPECT_EQ(shapesWhere(allowsZeroOrder), (std::vector<int>{0, 3, 8}));
     EXPECT_EQ(shapesWhere(isBandShape), (std::vector<int>{7, 8, 9, 10}));
     EXPECT_EQ(shapesWhere(needsHighPassTransform), (std::vector<int>{3, 4, 5, 6, 10}));
-}
-
-TEST(SlopePositions, PositionsStandForEngineSlopesAndDecibelsPerOctave) {
-    EXPECT_EQ(engineSlopeFromPosition(0.0f), -1.0f);
-    EXPECT_EQ(engineSlopeFromPosition(2.0f), 1.0f);
-    EXPECT_EQ(engineSlopeFromPosition(static_cast<float>(SlopePosition::Brickwall)), 9.0f);
-    EXPECT_EQ(kSlopeDbPerOctave[static_cast<size_t>(SlopePosition::Slope12)], 12.0f);
-    EXPECT_EQ(kSlopeDbPerOctave[static_cast<size_t>(SlopePosition::Slope96)], 96.0f);
 }

@@ -33,35 +33,21 @@ TEST(FloatParameter, ClampsAndNotifiesOnlyRealChanges) {
     FloatPluginParameter level(owner, "Level", 0.0f, 100.0f, 50.0f);
 
     level.setValue(150.0f);
-    EXPECT_EQ(level.getValue(), 100.0f);
-    ASSERT_EQ(owner.changes.size(), 1u);
-    EXPECT_EQ(owner.changes[0].first, 1);
-    EXPECT_EQ(owner.changes[0].second, 100.0f);
-
     level.setValue(100.0f + 1e-8f);
-    level.setValue(100.0f);
-    EXPECT_EQ(owner.changes.size(), 1u);
-
+    EXPECT_EQ(owner.changes, (std::vector<std::pair<int32_t, float>>{{1, 100.0f}}));
     level.setValue(-3.0f);
-    EXPECT_EQ(level.getValue(), 0.0f);
     level.setValue(NAN);
     EXPECT_EQ(level.getValue(), 0.0f);
     EXPECT_EQ(owner.changes.size(), 2u);
 }
 
-TEST(FloatParameter, NormalisedValuesMapLinearlyOntoTheRange) {
+TEST(FloatParameter, LinearOrMappedNormalisedValues) {
     GenericParameterResponder owner;
     FloatPluginParameter gain(owner, "Gain", -30.0f, 30.0f, 6.0f);
     EXPECT_DOUBLE_EQ(gain.getDefaultNormalized(), 0.6);
-    EXPECT_EQ(gain.getValue(), 6.0f);
     gain.setNormalized(0.25);
     EXPECT_FLOAT_EQ(gain.getValue(), -15.0f);
-    EXPECT_NEAR(gain.getNormalized(), 0.25, 1e-7);
-    EXPECT_EQ(gain.getNumSteps(), 0);
-}
 
-TEST(FloatParameter, MappingFunctionsReplaceTheLinearMap) {
-    GenericParameterResponder owner;
     FloatPluginParameter time(owner, "Time", 0.0f, 100.0f, 0.0f);
     time.setMapping([](double x) { return x * x * 100.0; },
                     [](double plain) { return std::sqrt(plain / 100.0); });
@@ -78,25 +64,18 @@ TEST(FloatParameter, SetRangeResetsTheValueAndRejectsAnOutsideDefault) {
     amount.setValue(0.9f);
     amount.setRange(0.0f, 10.0f, 2.0f);
     EXPECT_EQ(amount.getValue(), 2.0f);
-    EXPECT_EQ(amount.getMaximum(), 10.0f);
     EXPECT_DEATH(amount.setRange(0.0f, 1.0f, 2.0f), "default outside");
     EXPECT_DEATH(FloatPluginParameter(owner, "Bad", 1.0f, 0.0f, 0.5f), "default outside");
 }
 
-TEST(FloatParameter, DisplayTransformAppliesToTextInBothDirections) {
+TEST(FloatParameter, TextThroughDisplayTransformAndUnit) {
     GenericParameterResponder owner;
-    FloatPluginParameter offsetScaled(owner, "Shown", 0.0f, 10.0f, 5.0f);
-    offsetScaled.setDisplayTransform(10.0f, 2.0f);
-    EXPECT_EQ(offsetScaled.getText(), "20.00");
-    EXPECT_NEAR(normalizedOfText(offsetScaled, "30"), 1.0, 1e-9);
-    EXPECT_NEAR(normalizedOfText(offsetScaled, "14"), 0.2, 1e-9);
-}
+    FloatPluginParameter shown(owner, "Shown", 0.0f, 10.0f, 5.0f);
+    shown.setDisplayTransform(10.0f, 2.0f);
+    EXPECT_EQ(shown.getText(), "20.00");
+    EXPECT_NEAR(normalizedOfText(shown, "14"), 0.2, 1e-9);
 
-TEST(FloatParameter, TextOutsideTheRangeClampsAndNonsenseIsRejected) {
-    GenericParameterResponder owner;
-    FloatPluginParameter gain(owner, "Gain", -30.0f, 30.0f, 0.0f, &DBParameterUnit::instance());
-    EXPECT_EQ(gain.getText(), "0.00");
-    gain.setValue(3.0f);
+    FloatPluginParameter gain(owner, "Gain", -30.0f, 30.0f, 3.0f, &DBParameterUnit::instance());
     EXPECT_EQ(gain.getText(), "+3.00");
     EXPECT_NEAR(normalizedOfText(gain, "-15"), 0.25, 1e-9);
     EXPECT_NEAR(normalizedOfText(gain, "99"), 1.0, 1e-9);
@@ -107,19 +86,18 @@ TEST(FloatParameter, TextOutsideTheRangeClampsAndNonsenseIsRejected) {
 
 TEST(FloatParameter, FrequencyStoredAsLog2HzReadsHzNumbersAndNotes) {
     GenericParameterResponder owner;
-    FloatPluginParameter frequency(owner, "Frequency", static_cast<float>(std::log2(10.0)),
-                                   static_cast<float>(std::log2(30000.0)),
-                                   static_cast<float>(std::log2(1000.0)), &ExpFreqParameterUnit::instance());
+    FloatPluginParameter frequency(owner, "Frequency", std::log2(10.0f), std::log2(30000.0f),
+                                   std::log2(1000.0f), &ExpFreqParameterUnit::instance());
     EXPECT_EQ(frequency.getText(), "1000.0");
     const auto hzOf = [&](const char* text) {
         return std::exp2(frequency.normalizedToPlain(normalizedOfText(frequency, text)));
     };
     EXPECT_NEAR(hzOf("2k"), 2000.0, 0.01);
     EXPECT_NEAR(hzOf("120"), 120.0, 0.001);
-    EXPECT_NEAR(hzOf("120 Hz"), 120.0, 0.001);
     EXPECT_NEAR(hzOf("2.5 kHz"), 2500.0, 0.01);
-    EXPECT_NEAR(hzOf("A4"), 440.0, 0.005);
     EXPECT_NEAR(hzOf("c4"), 261.63, 0.005);
+    // An absurd octave is still a very high note, clamped to the top of the range.
+    EXPECT_NEAR(hzOf("C2147483647"), 30000.0, 0.05);
     double normalized = 0.0;
     EXPECT_FALSE(frequency.parseText("H4", normalized));
 }
@@ -128,23 +106,16 @@ TEST(IndexedParameter, NormalisedValuesRoundToTheNearestItem) {
     RecordingOwner owner;
     IndexedPluginParameter<int32_t> placement(owner, "Placement", "Left,Right,Stereo,Mid,Side", 2);
     EXPECT_EQ(placement.getNumSteps(), 4);
-    EXPECT_EQ(placement.getText(), "Stereo");
     EXPECT_DOUBLE_EQ(placement.getDefaultNormalized(), 0.5);
-
     placement.setNormalized(0.124);
-    EXPECT_EQ(placement.getItemIndex(), 0);
     EXPECT_EQ(placement.getText(), "Left");
     placement.setNormalized(0.126);
     EXPECT_EQ(placement.getItemIndex(), 1);
     placement.setNormalized(0.5);
     EXPECT_EQ(placement.getText(), "Stereo");
-    EXPECT_EQ(placement.getTextForNormalized(1.0), "Side");
     EXPECT_EQ(placement.getTextForNormalized(0.875), "Side");
     EXPECT_EQ(placement.getTextForNormalized(0.874), "Mid");
-
-    // Left, Right, Stereo: three changes, each with the new index.
-    ASSERT_EQ(owner.changes.size(), 3u);
-    EXPECT_EQ(owner.changes[2].second, 2.0f);
+    EXPECT_EQ(owner.changes, (std::vector<std::pair<int32_t, float>>{{0, 0.0f}, {0, 1.0f}, {0, 2.0f}}));
 }
 
 TEST(IndexedParameter, PlainValuesClampAndTextsParseToItems) {
@@ -163,55 +134,39 @@ TEST(IndexedParameter, PlainValuesClampAndTextsParseToItems) {
     double normalized = 0.0;
     EXPECT_FALSE(placement.parseText("Centre", normalized));
     EXPECT_FALSE(placement.parseText("2x", normalized));
+    EXPECT_DEATH(IndexedPluginParameter<int32_t>(owner, "Bad", "A,B", 2), "outside");
 }
 
-TEST(IndexedParameter, IntegerRangeWithoutTexts) {
+TEST(IndexedParameter, IntegerRangeAndValueTable) {
     GenericParameterResponder owner;
     IndexedPluginParameter<int32_t> source(owner, "Source", -1, 65536, -1);
     EXPECT_EQ(source.getText(), "-1");
     EXPECT_DOUBLE_EQ(source.getNormalized(), 0.0);
     source.setNormalized(1.0);
     EXPECT_EQ(source.getValue(), 65536);
-    EXPECT_DOUBLE_EQ(normalizedOfText(source, "-1"), 0.0);
-    EXPECT_TRUE(source.getItemTexts().empty());
-}
 
-TEST(IndexedParameter, ValueTableWithOffsetAndNumbersAsTexts) {
-    GenericParameterResponder owner;
     static constexpr std::array<int32_t, 3> kTable{10, 20, 30};
     IndexedPluginParameter<int32_t> stepped(owner, "Stepped", "", kTable, 1, 20);
     EXPECT_EQ(stepped.getMaximumIndex(), 3);
     EXPECT_EQ(stepped.getItemIndex(), 2);
-    EXPECT_EQ(stepped.getText(), "20");
     EXPECT_EQ(stepped.getTextForNormalized(0.0), "10"); // index 0 clamps to the first entry
     EXPECT_EQ(stepped.getTextForNormalized(1.0), "30");
-
     stepped.setNormalized(1.0);
     EXPECT_EQ(stepped.getValue(), 30);
-    stepped.setPlain(99.0f); // not in the table: counts as the offset
+    stepped.setPlain(99.0f); // not in the table: kept, and counts as the offset
     EXPECT_EQ(stepped.getValue(), 99);
     EXPECT_EQ(stepped.getItemIndex(), 1);
     EXPECT_NEAR(normalizedOfText(stepped, "30"), 1.0, 1e-12);
 }
 
-TEST(IndexedParameter, DefaultOutsideTheListIsAProgrammingError) {
-    GenericParameterResponder owner;
-    EXPECT_DEATH(IndexedPluginParameter<int32_t>(owner, "Bad", "A,B", 2), "outside");
-}
-
-TEST(ParameterUnits, MillisecondsReadSmallBareNumbersAsSeconds) {
+TEST(ParameterUnits, TimeUnitsGuessTheUnitOfBareNumbers) {
     const MsParameterUnit& ms = MsParameterUnit::instance();
     EXPECT_DOUBLE_EQ(*ms.parse("0.5", 1.0, 5000.0), 500.0);
     EXPECT_DOUBLE_EQ(*ms.parse("20", 1.0, 5000.0), 20.0);
-    EXPECT_DOUBLE_EQ(*ms.parse("0.5 ms", 1.0, 5000.0), 0.5);
     EXPECT_DOUBLE_EQ(*ms.parse("1.5 s", 1.0, 5000.0), 1500.0);
-    EXPECT_DOUBLE_EQ(*ms.parse("2 sec", 1.0, 5000.0), 2000.0);
     EXPECT_DOUBLE_EQ(*ms.parse("30", 1.0, 20.0), 30.0); // too large either way: left to clamping
     EXPECT_DOUBLE_EQ(*ms.parse("-1", -10000.0, -5.0), -1000.0);
-    EXPECT_EQ(ms.format(250.0), "250.0 ms");
-}
 
-TEST(ParameterUnits, SecondsReadLargeBareNumbersAsMilliseconds) {
     const SecParameterUnit& sec = SecParameterUnit::instance();
     EXPECT_DOUBLE_EQ(*sec.parse("250", 0.01, 10.0), 0.25);
     EXPECT_DOUBLE_EQ(*sec.parse("0.5", 0.01, 10.0), 0.5);
@@ -223,21 +178,16 @@ TEST(ParameterUnits, SecondsReadLargeBareNumbersAsMilliseconds) {
 }
 
 TEST(ParameterUnits, FrequencyAndFactorUnits) {
-    EXPECT_DOUBLE_EQ(*HzParameterUnit::instance().parse("2k", 10.0, 30000.0), 2000.0);
     EXPECT_NEAR(*HzParameterUnit::instance().parse("A4", 10.0, 30000.0), 440.0, 1e-4);
-    EXPECT_DOUBLE_EQ(HzParameterUnit::instance().toShown(440.0), 440.0);
-    EXPECT_DOUBLE_EQ(ExpFreqParameterUnit::instance().toShown(10.0), 1024.0);
     EXPECT_DOUBLE_EQ(ExpFreqParameterUnit::instance().fromShown(2048.0), 11.0);
     EXPECT_DOUBLE_EQ(ExpFreqWithZeroParameterUnit::instance().toShown(0.0), 0.0);
     EXPECT_DOUBLE_EQ(ExpFreqWithZeroParameterUnit::instance().fromShown(0.0), 0.0);
-    EXPECT_DOUBLE_EQ(ExpFreqWithZeroParameterUnit::instance().toShown(1.0), 2.0);
 
     EXPECT_DOUBLE_EQ(*DBRangeParameterUnit::instance().parse("1.5x", 0.0, 2.0), 1.5);
     EXPECT_DOUBLE_EQ(*DBRangeParameterUnit::instance().parse("150%", 0.0, 2.0), 1.5);
     EXPECT_EQ(DBRangeParameterUnit::instance().format(1.0), "1.00");
     EXPECT_EQ(SlopeParameterUnit::instance().format(2.25), "2.3");
     EXPECT_EQ(PercentParameterUnit::instance().format(50.0), "50.00");
-    EXPECT_FALSE(DBParameterUnit::instance().parse("3 apples", -30.0, 30.0).has_value());
 }
 
 TEST(ParameterUnits, EveryUnitIsListedOnce) {

@@ -1,6 +1,7 @@
 #include "plugin/eq/EQParameterSet.h"
 
 #include "plugin/eq/BandHelpTexts.h"
+#include "plugin/eq/ParameterMappings.h"
 
 namespace {
 
@@ -18,6 +19,11 @@ const FloatPluginParameterUnit* dbUnit() {
 }
 const FloatPluginParameterUnit* percentUnit() {
     return &PercentParameterUnit::instance();
+}
+// Hosts show the Q itself (0.5 reads "1.000") and read typed Q values back; the stored value stays 0..1.
+const FloatPluginParameterUnit* qUnit() {
+    static const RatioParameterUnit unit(qFromNormalized, normalizedFromQ);
+    return &unit;
 }
 
 // Menu groups of the shape items, by item index; items past the table share group 1.
@@ -60,7 +66,7 @@ EQParameterSet::EQParameterSet(GenericParameterOwner& owner, uint32_t setNumber,
       frequency(*this, getName() + " Frequency", kLog2Of10Hz, kLog2Of30kHz, kLog2Of1kHz, frequencyUnit(),
                 band_help::kFrequency),
       gain(*this, getName() + " Gain", -30.0f, 30.0f, 0.0f, dbUnit(), band_help::kGain),
-      q(*this, getName() + " Q", 0.0f, 1.0f, 0.5f, nullptr, band_help::kQ),
+      q(*this, getName() + " Q", 0.0f, 1.0f, 0.5f, qUnit(), band_help::kQ),
       shape(*this, getName() + " Shape", band_help::kShape),
       slope(*this, getName() + " Slope", 0.0f, 10.0f, 2.0f, &SlopeParameterUnit::instance(),
             band_help::kSlope),
