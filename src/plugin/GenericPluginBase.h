@@ -43,19 +43,14 @@ public:
     int32_t getNumAuxiliaryParameters() const { return static_cast<int32_t>(auxiliary.parameters.size()); }
 
 private:
-    class AuxiliaryOwner : public GenericParameterOwner {
+    // Numbers auxiliary parameters from kAuxiliaryParameterBase; everything else goes to the base.
+    class AuxiliaryOwner : public ForwardingParameterOwner {
     public:
-        explicit AuxiliaryOwner(GenericPluginBase& base_) : base(base_) {}
+        explicit AuxiliaryOwner(GenericPluginBase& base) : ForwardingParameterOwner(base), base(base) {}
         void registerParameter(AbstractPluginParameter& parameter) override;
         AbstractPluginParameter* lookupParameter(int32_t globalIndex) const override {
             return base.getParameter(globalIndex);
         }
-        int32_t getParameterCount() const override { return base.getParameterCount(); }
-        void parameterValueChanged(int32_t index, float plainValue) override {
-            base.parameterValueChanged(index, plainValue);
-        }
-        void beginEdit(int32_t index) override { base.beginEdit(index); }
-        void endEdit(int32_t index) override { base.endEdit(index); }
 
         GenericPluginBase& base;
         std::vector<AbstractPluginParameter*> parameters;

@@ -18,11 +18,11 @@ int32_t ParameterCollection::add(AbstractPluginParameter& parameter) {
 }
 
 PluginParameterSet::PluginParameterSet(GenericParameterOwner& owner_, uint32_t setNumber_, std::string name_)
-    : setNumber(setNumber_), name(std::move(name_)), owner(owner_) {}
+    : ForwardingParameterOwner(owner_), setNumber(setNumber_), name(std::move(name_)) {}
 
 void PluginParameterSet::addParameter(AbstractPluginParameter& parameter) {
     parameters.push_back(&parameter);
-    owner.registerParameter(parameter);
+    target.registerParameter(parameter);
 }
 
 bool PluginParameterSet::containsParameterIndex(int32_t globalIndex) const {

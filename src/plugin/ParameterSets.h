@@ -34,6 +34,25 @@ private:
     std::vector<AbstractPluginParameter*> parameters;
 };
 
+// An owner that passes every operation but registration on to another owner unchanged.
+class ForwardingParameterOwner : public GenericParameterOwner {
+public:
+    explicit ForwardingParameterOwner(GenericParameterOwner& target) : target(target) {}
+
+    AbstractPluginParameter* lookupParameter(int32_t globalIndex) const override {
+        return target.lookupParameter(globalIndex);
+    }
+    int32_t getParameterCount() const override { return target.getParameterCount(); }
+    void parameterValueChanged(int32_t globalIndex, float plainValue) override {
+        target.parameterValueChanged(globalIndex, plainValue);
+    }
+    void beginEdit(int32_t globalIndex) override { target.beginEdit(globalIndex); }
+    void endEdit(int32_t globalIndex) override { target.endEdit(globalIndex); }
+
+protected:
+    GenericParameterOwner& target;
+};
+
 // A flat list of parameters, for presets and snapshots.
 class ParameterCollection {
 public:
@@ -53,7 +72,7 @@ private:
 // The parameters of one logical unit (a band, the analyzer). The concrete set holds them as
 // members; the set registers each with the plug-in's owner and passes every owner operation on
 // unchanged, so a parameter created with the set as owner behaves as if created with the plug-in.
-class PluginParameterSet : public GenericParameterOwner {
+class PluginParameterSet : public ForwardingParameterOwner {
 public:
     PluginParameterSet(GenericParameterOwner& owner, uint32_t setNumber, std::string name);
     PluginParameterSet(const PluginParameterSet&) = delete;
@@ -71,20 +90,10 @@ public:
     bool containsParameterIndex(int32_t globalIndex) const;
 
     void registerParameter(AbstractPluginParameter& parameter) override { addParameter(parameter); }
-    AbstractPluginParameter* lookupParameter(int32_t globalIndex) const override {
-        return owner.lookupParameter(globalIndex);
-    }
-    int32_t getParameterCount() const override { return owner.getParameterCount(); }
-    void parameterValueChanged(int32_t globalIndex, float plainValue) override {
-        owner.parameterValueChanged(globalIndex, plainValue);
-    }
-    void beginEdit(int32_t globalIndex) override { owner.beginEdit(globalIndex); }
-    void endEdit(int32_t globalIndex) override { owner.endEdit(globalIndex); }
 
 private:
     uint32_t setNumber;
     std::string name;
-    GenericParameterOwner& owner;
     std::vector<AbstractPluginParameter*> parameters;
 };
 
