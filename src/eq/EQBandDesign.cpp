@@ -1,0 +1,112 @@
+#include "eq/EQBandDesign.h"
+
+#include "foundation/Numbers.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace {
+
+constexpr double kMaximumGainDb = 30.0;
+
+double finiteOr(double value, double fallback) {
+    return std::isfinite(value) ? value : fallback;
+}
+
+double sanitisedFrequency(double frequency) {
+    return std::clamp(finiteOr(frequency, 1000.0), 1e-6, 1e6);
+}
+
+// Flat Tilt tilts by gain/5 dB per octave around its second frequency; when the pivot lies
+// on the side the tilt raises, the total seen between the two frequencies is kept within 30 dB.
+double limitedFlatTiltGain(double gain, double unclampedGain, double frequency, double secondFrequency) {
+    if (!((gain > 0.0 && frequency < secondFrequency) || (gain < 0.0 && frequency > secondFrequency)))
+        return gain;
+    double total = std::fabs(std::log2(frequency / secondFrequency) * std::fabs(gain / 5.0)) +
+                   std::min(std::fabs(unclampedGain), kMaximumGainDb);
+    total = std::max(total, kMaximumGainDb);
+    return gain * kMaximumGainDb / total;
+}
+
+} // namespace
+
+bool isBrickwall(FilterShape shape, float slope) {
+    return isCut(shape) && slope > 8.01f;
+}
+
+double slopeToDbPerOctave(float slope) {
+    static constexpr std::array<std::array<double, 2>, 5> kPoints{
+        {{-1.0, 0.0}, {5.0, 36.0}, {6.0, 48.0}, {7.0, 72.0}, {8.0, 96.0}}};
+    const double s = std::min(finiteOr(slope, -1.0), 8.0);
+    if (s <= kPoints[0][0])
+        return 0.0;
+    for (size_t i = 1; i < kPoints.size(); ++i) {
+        if (s <= kPoints[i][0]) {
+            const auto& [x0, y0] = kPoints[i - 1];
+            const auto& [x1, y1] = kPoints[i];
+            return y0 + (s - x0) * (y1 - y0) / (x1 - x0);
+        }
+    }
+    return kPoints.back()[1];
+}
+
+double orderForSlope(FilterShape shape, float slope) {
+    if (isBrickwall(shape, slope))
+        return 12.0;
+    double order = slopeToDbPerOctave(slope) / 6.0;
+    const double minimum = allowsZeroOrder(shape) ? 0.0 : (isBandShape(shape) ? 2.0 : 1.0);
+    order = std::max(order, minimum);
+    const double nearest = std::round(order);
+    return std::fabs(order - nearest) < 0.001 ? nearest : order;
+}
+
+double prototypeQ(FilterShape shape, double q) {
+    q = std::clamp(finiteOr(q, 1.0), 1e-3, 1e3);
+    if (isShelfOrTilt(shape))
+        return std::exp2((std::log(q) / std::log(40.0) * 0.5 + 0.5) * 5.0) * 0.125;
+    return q * kButterworthDamping;
+}
+
+double userQ(FilterShape shape, double q) {
+    if (isShelfOrTilt(shape))
+        return std::pow(40.0, (std::log(8.0 * q) / std::log(32.0) - 0.5) * 2.0);
+    return q / kButterworthDamping;
+}
+
+void designBand(AnalogFilterPrototype& prototype, const EQBandSettings& band) {
+    const bool brickwall = isBrickwall(band.shape, band.slope);
+    const double frequency = sanitisedFrequency(band.frequency);
+    const double secondFrequency = sanitisedFrequency(band.secondFrequency);
+    const double unclampedGain = finiteOr(band.gain, 0.0);
+    double gain = 0.0;
+    if (hasGain(band.shape)) {
+        gain = std::clamp(unclampedGain, -kMaximumGainDb, kMaximumGainDb);
+        if (band.shape == FilterShape::FlatTilt)
+            gain = limitedFlatTiltGain(gain, unclampedGain, frequency, secondFrequency);
+    }
+    const double q = prototypeQ(band.shape, brickwall ? 1.0 : band.q);
+    const auto family = brickwall ? DesignFamily::Elliptic : DesignFamily::Butterworth;
+    prototype.set(static_cast<float>(orderForSlope(band.shape, band.slope)), static_cast<float>(q),
+                  static_cast<float>(dbToGain(gain)), family, band.shape);
+    if (band.shape != FilterShape::FlatTilt) {
+        prototype.setFrequency(frequency);
+        return;
+    }
+    // Built around the second frequency, pivoting at the first.
+    prototype.setFrequency(secondFrequency);
+    prototype.scaleNumerators(dbToGain(std::log2(frequency / secondFrequency) * gain / -5.0));
+}
+
+BandEdges bandEdges(FilterShape shape, double frequency, float q, float slope) {
+    const double userQValue = slope <= kFloatEpsilon && !isBandShape(shape) ? 1.0 : q;
+    const double prototype = prototypeQ(shape, userQValue);
+    double edge = 0.5 / prototype;
+    if (shape == FilterShape::Bell || isShelf(shape)) {
+        edge *= 2.0 / orderForSlope(shape, slope);
+        if (shape == FilterShape::Bell)
+            edge += 0.5 / prototype;
+    }
+    const double s = std::sqrt(edge * edge + 1.0);
+    return {(s - edge) * frequency, (s + edge) * frequency};
+}

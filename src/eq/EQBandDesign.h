@@ -1,0 +1,36 @@
+#pragma once
+
+#include "eq/AnalogFilterPrototype.h"
+
+// How a band's parameters become an analog design: slope to order, the Q and gain rules, and the
+// band's edge frequencies for the processor and the display.
+
+// The settings of one band as the designer sees them. slope is the engine slope value (-1 for
+// 0 dB/oct up to 9 for "Brickwall"), gain in dB; secondFrequency is used by Flat Tilt only.
+struct EQBandSettings {
+    FilterShape shape = FilterShape::Bell;
+    float slope = 1.0f;
+    float gain = 0.0f;
+    float q = 1.0f;
+    double frequency = 1000.0;
+    double secondFrequency = 640.0;
+};
+
+struct BandEdges {
+    double lower = 0.0;
+    double upper = 0.0;
+};
+
+bool isBrickwall(FilterShape shape, float slope);
+// Slope value to dB/oct through (-1, 0), (5, 36), (6, 48), (7, 72), (8, 96); capped at 96.
+double slopeToDbPerOctave(float slope);
+// The (possibly fractional) filter order with each shape's minimum; 12 for a brickwall cut.
+double orderForSlope(FilterShape shape, float slope);
+// The user's Q as the prototype's damping reference, and back.
+double prototypeQ(FilterShape shape, double userQ);
+double userQ(FilterShape shape, double prototypeQ);
+
+// Designs the prototype for the band and sets its frequency.
+void designBand(AnalogFilterPrototype& prototype, const EQBandSettings& band);
+
+BandEdges bandEdges(FilterShape shape, double frequency, float q, float slope);
