@@ -127,7 +127,9 @@ private:
 
 class BinaryMemoryReader : private StreamHolder<ByteSpanInputStream>, public BinaryDataReader {
 public:
+    // The reader only views the bytes: they must outlive it, so temporaries are refused.
     explicit BinaryMemoryReader(std::span<const uint8_t> bytes);
+    explicit BinaryMemoryReader(std::vector<uint8_t>&&) = delete;
 };
 
 class BinaryMemoryWriter : private StreamHolder<ByteVectorOutputStream>, public BinaryDataWriter {

@@ -56,7 +56,8 @@ TEST(BinaryEncoding, DecodesHandMadeBytesAndConsumesExactly) {
 }
 
 TEST(BinaryFailure, ReadsPastTheEndGiveDefaultsAndKeepFailing) {
-    BinaryMemoryReader reader(Bytes{0x01, 0x02, 0x03, 0x04, 0x05});
+    const Bytes bytes{0x01, 0x02, 0x03, 0x04, 0x05};
+    BinaryMemoryReader reader(bytes);
     EXPECT_EQ(reader.readChunkHeader(), "");
     EXPECT_EQ(reader.chunkSize(), 0u);
     EXPECT_FALSE(reader.good());
@@ -75,7 +76,8 @@ TEST(BinaryFailure, ShortStringsAndPartialRawReadsLeaveTheirDestinations) {
         EXPECT_EQ(reader.readString(), "");
         EXPECT_FALSE(reader.good());
     }
-    BinaryMemoryReader reader(Bytes{1, 2, 3});
+    const Bytes three{1, 2, 3};
+    BinaryMemoryReader reader(three);
     uint8_t destination[4] = {9, 9, 9, 9};
     EXPECT_FALSE(reader.readRaw(destination, sizeof destination));
     EXPECT_EQ(destination[0], 9);
