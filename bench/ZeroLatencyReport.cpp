@@ -1,0 +1,155 @@
+// Sweeps the Zero Latency accuracy grid and prints, per shape, the worst deviation of the matched
+// biquad cascade from the analog magnitude, where it happens, and whether any section came out
+// unstable or non-minimum-phase. Usage: zero_latency_report [frequencies-per-octave]
+
+#include "eq/EQBandDesign.h"
+#include "eq/MatchedSectionDesign.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <complex>
+#include <cstdio>
+#include <cstdlib>
+#include <numbers>
+#include <vector>
+
+namespace {
+
+using Shape = FilterShape;
+
+constexpr double kPi = std::numbers::pi;
+// Below this analog level a deviation in dB says nothing audible; both curves are floored here.
+constexpr double kFloorDb = -80.0;
+constexpr std::array<double, 3> kSampleRates{44100.0, 48000.0, 96000.0};
+
+struct ShapeFamily {
+    const char* name;
+    Shape shape;
+    std::vector<float> slopes;
+    std::vector<float> gains;
+    std::vector<float> qs;
+};
+
+struct Worst {
+    double error = 0.0;
+    double sampleRate = 0.0, frequency = 0.0, gain = 0.0, q = 0.0, slope = 0.0, at = 0.0;
+};
+
+struct Result {
+    Worst sixteenth; // f0 <= fs/16
+    Worst eighth;    // f0 <= fs/8
+    Worst quarter;   // f0 <= fs/4
+    Worst fortyPct;  // f0 <= 0.4 fs
+    int64_t designs = 0;
+    int64_t badSections = 0;
+};
+
+double levelDb(double power) {
+    return std::max(10.0 * std::log10(std::max(power, 1e-30)), kFloorDb);
+}
+
+double digitalPower(const DigitalSectionCoefficients* sections, int32_t count, double w) {
+    const std::complex<double> z1 = std::polar(1.0, -w), z2 = z1 * z1;
+    double power = 1.0;
+    for (int32_t i = 0; i < count; ++i) {
+        const auto& c = sections[i];
+        power *= std::norm((c[0] + c[1] * z1 + c[2] * z2) / (1.0 + c[3] * z1 + c[4] * z2));
+    }
+    return power;
+}
+
+// Largest root magnitude of c0 z^2 + c1 z + c2 (0 when c0 is zero and the rest too).
+double largestRoot(double c0, double c1, double c2) {
+    if (c0 == 0.0)
+        return c1 == 0.0 ? 0.0 : std::fabs(c2 / c1);
+    const std::complex<double> root = std::sqrt(std::complex<double>(c1 * c1 - 4.0 * c0 * c2, 0.0));
+    return std::max(std::abs((-c1 + root) / (2.0 * c0)), std::abs((-c1 - root) / (2.0 * c0)));
+}
+
+bool wellBehaved(const DigitalSectionCoefficients& c) {
+    return largestRoot(1.0, c[3], c[4]) < 1.0 && largestRoot(c[0], c[1], c[2]) <= 1.0 + 1e-9;
+}
+
+void record(Worst& worst, double error, double fs, double f0, float gain, float q, float slope, double at) {
+    if (error > worst.error)
+        worst = {error, fs, f0, gain, q, slope, at};
+}
+
+Result sweep(const ShapeFamily& family, int32_t perOctave) {
+    Result result;
+    std::array<DigitalSectionCoefficients, AnalogFilterPrototype::kMaximumSections> sections{};
+    AnalogFilterPrototype prototype;
+    for (double fs : kSampleRates) {
+        std::vector<double> grid;
+        for (double f = 10.0; f < 0.45 * fs; f *= std::exp2(1.0 / (4.0 * perOctave)))
+            grid.push_back(f);
+        grid.push_back(0.45 * fs);
+        for (double f0 = 20.0; f0 <= 0.4 * fs * 1.0000001; f0 *= std::exp2(1.0 / perOctave)) {
+            for (float slope : family.slopes) {
+                for (float gain : family.gains) {
+                    for (float q : family.qs) {
+                        const double w0 = 2.0 * kPi * f0 / fs;
+                        designBand(prototype, {family.shape, slope, gain, q, w0, 1.0});
+                        const int32_t count = designDigitalSections(
+                            prototype, w0, CoefficientCalculation::MatchedMagnitude, DigitalForm::DirectForm,
+                            kStaticGainTolerance, sections.data());
+                        ++result.designs;
+                        for (int32_t i = 0; i < count; ++i)
+                            result.badSections += wellBehaved(sections[static_cast<size_t>(i)]) ? 0 : 1;
+                        for (double f : grid) {
+                            const double w = 2.0 * kPi * f / fs;
+                            const double error = std::fabs(levelDb(digitalPower(sections.data(), count, w)) -
+                                                           levelDb(prototype.squaredMagnitude(w)));
+                            if (f0 <= fs / 16.0 * 1.0000001)
+                                record(result.sixteenth, error, fs, f0, gain, q, slope, f);
+                            if (f0 <= fs / 8.0 * 1.0000001)
+                                record(result.eighth, error, fs, f0, gain, q, slope, f);
+                            if (f0 <= 0.25 * fs * 1.0000001)
+                                record(result.quarter, error, fs, f0, gain, q, slope, f);
+                            record(result.fortyPct, error, fs, f0, gain, q, slope, f);
+                        }
+                    }
+                }
+            }
+        }
+    }
+    return result;
+}
+
+void print(const char* label, const Worst& w) {
+    std::printf(
+        "  %-12s %8.4f dB  (fs %.0f, f0 %.1f Hz, gain %+.1f dB, Q %.2f, slope %.1f dB/oct, at %.1f Hz)\n",
+        label, w.error, w.sampleRate, w.frequency, w.gain, w.q, slopeToDbPerOctave(w.slope), w.at);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const int32_t perOctave = argc > 1 ? std::max(1, std::atoi(argv[1])) : 6;
+    const std::vector<float> gains{-30.0f, -18.0f, -12.0f, -6.0f, -1.0f, 1.0f, 6.0f, 12.0f, 18.0f, 30.0f};
+    const std::vector<float> qs{0.1f, 0.3f, 0.7f, 1.0f, 2.0f, 5.0f, 10.0f};
+    const std::vector<ShapeFamily> families{
+        {"Bell", Shape::Bell, {1.0f}, gains, qs},
+        {"Bell 24", Shape::Bell, {3.0f}, gains, qs},
+        {"Low Shelf", Shape::LowShelf, {0.0f, 1.0f, 3.0f}, gains, qs},
+        {"High Shelf", Shape::HighShelf, {0.0f, 1.0f, 3.0f}, gains, qs},
+        {"Tilt Shelf", Shape::TiltShelf, {0.0f, 1.0f}, gains, qs},
+        {"Low Cut", Shape::LowCut, {0.0f, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 7.0f, 8.0f}, {0.0f}, {1.0f}},
+        {"High Cut", Shape::HighCut, {0.0f, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 7.0f, 8.0f}, {0.0f}, {1.0f}},
+        {"Notch", Shape::Notch, {1.0f, 3.0f}, {0.0f}, qs},
+        {"Band Pass", Shape::BandPass, {1.0f, 3.0f}, {0.0f}, qs},
+    };
+    std::printf("Matched biquads against the analog magnitude, 10 Hz .. 0.45 fs, levels floored at %.0f dB\n",
+                kFloorDb);
+    for (const auto& family : families) {
+        const Result result = sweep(family, perOctave);
+        std::printf("%s: %lld designs, %lld unstable or non-minimum-phase sections\n", family.name,
+                    static_cast<long long>(result.designs), static_cast<long long>(result.badSections));
+        print("f0<=fs/16", result.sixteenth);
+        print("f0<=fs/8", result.eighth);
+        print("f0<=fs/4", result.quarter);
+        print("f0<=0.4fs", result.fortyPct);
+    }
+    return 0;
+}
