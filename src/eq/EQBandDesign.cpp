@@ -29,6 +29,24 @@ double limitedFlatTiltGain(double gain, double unclampedGain, double frequency, 
     return gain * kMaximumGainDb / total;
 }
 
+// Slope value against dB/oct, linear between the points.
+constexpr std::array<std::array<double, 2>, 5> kSlopeTable{
+    {{-1.0, 0.0}, {5.0, 36.0}, {6.0, 48.0}, {7.0, 72.0}, {8.0, 96.0}}};
+
+// Reads the table from column `from` to column `to`; x is clamped to the table's range.
+double throughSlopeTable(double x, size_t from, size_t to) {
+    if (x <= kSlopeTable[0][from])
+        return kSlopeTable[0][to];
+    for (size_t i = 1; i < kSlopeTable.size(); ++i) {
+        if (x <= kSlopeTable[i][from]) {
+            const auto& a = kSlopeTable[i - 1];
+            const auto& b = kSlopeTable[i];
+            return a[to] + (x - a[from]) * (b[to] - a[to]) / (b[from] - a[from]);
+        }
+    }
+    return kSlopeTable.back()[to];
+}
+
 } // namespace
 
 bool isBrickwall(FilterShape shape, float slope) {
@@ -36,19 +54,16 @@ bool isBrickwall(FilterShape shape, float slope) {
 }
 
 double slopeToDbPerOctave(float slope) {
-    static constexpr std::array<std::array<double, 2>, 5> kPoints{
-        {{-1.0, 0.0}, {5.0, 36.0}, {6.0, 48.0}, {7.0, 72.0}, {8.0, 96.0}}};
-    const double s = std::min(finiteOr(slope, -1.0), 8.0);
-    if (s <= kPoints[0][0])
-        return 0.0;
-    for (size_t i = 1; i < kPoints.size(); ++i) {
-        if (s <= kPoints[i][0]) {
-            const auto& [x0, y0] = kPoints[i - 1];
-            const auto& [x1, y1] = kPoints[i];
-            return y0 + (s - x0) * (y1 - y0) / (x1 - x0);
-        }
-    }
-    return kPoints.back()[1];
+    return throughSlopeTable(std::min(finiteOr(slope, -1.0), 8.0), 0, 1);
+}
+
+float dbPerOctaveToSlope(double dbPerOctave) {
+    const double db = finiteOr(dbPerOctave, 0.0);
+    if (db <= 0.0)
+        return -1.0f;
+    if (db > kSlopeTable.back()[1])
+        return 9.0f;
+    return static_cast<float>(throughSlopeTable(db, 1, 0));
 }
 
 double orderForSlope(FilterShape shape, float slope) {

@@ -24,6 +24,8 @@ struct BandEdges {
 bool isBrickwall(FilterShape shape, float slope);
 // Slope value to dB/oct through (-1, 0), (5, 36), (6, 48), (7, 72), (8, 96); capped at 96.
 double slopeToDbPerOctave(float slope);
+// dB/oct to slope value through the same table: 0 or less gives -1, above 96 gives 9.
+float dbPerOctaveToSlope(double dbPerOctave);
 // The (possibly fractional) filter order with each shape's minimum; 12 for a brickwall cut.
 double orderForSlope(FilterShape shape, float slope);
 // The user's Q as the prototype's damping reference, and back.
