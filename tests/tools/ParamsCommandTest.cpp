@@ -1,36 +1,19 @@
+#include "RunOndrel.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
-#include <cstdio>
 #include <map>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <sys/wait.h>
 #include <vector>
 
 namespace {
 
-struct RunResult {
-    std::string output;
-    int status;
-};
-
-// Runs the built tool through the shell; redirections in `arguments` choose what is captured.
-RunResult runOndrel(const std::string& arguments) {
-    const std::string command = std::string("'") + ONDREL_EXECUTABLE + "' " + arguments;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe)
-        return {"", -1};
-    std::string output;
-    std::array<char, 4096> buffer{};
-    for (size_t read; (read = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
-        output.append(buffer.data(), read);
-    const int status = pclose(pipe);
-    return {output, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
-}
+using tool_test::runOndrel;
+using tool_test::ToolRun;
 
 // Just enough JSON to check the tool's output: a strict reader that throws on anything malformed.
 struct Json {
@@ -151,10 +134,10 @@ std::vector<std::string> lines(const std::string& text) {
 } // namespace
 
 TEST(OndrelParamsJson, SixHundredWellFormedParameterObjects) {
-    const RunResult run = runOndrel("params --json");
+    const ToolRun run = runOndrel("params --json");
     ASSERT_EQ(run.status, 0);
     Json document;
-    ASSERT_NO_THROW(document = JsonReader::read(run.output));
+    ASSERT_NO_THROW(document = JsonReader::read(run.out));
     ASSERT_EQ(document.items.size(), 600u);
     for (size_t index = 0; index < document.items.size(); ++index)
         EXPECT_EQ(document.items[index]["index"].number, static_cast<double>(index));
@@ -186,9 +169,9 @@ TEST(OndrelParamsJson, SixHundredWellFormedParameterObjects) {
 }
 
 TEST(OndrelParamsText, AlignedColumnsWithKnownRows) {
-    const RunResult run = runOndrel("params");
+    const ToolRun run = runOndrel("params");
     ASSERT_EQ(run.status, 0);
-    const std::vector<std::string> table = lines(run.output);
+    const std::vector<std::string> table = lines(run.out);
     ASSERT_EQ(table.size(), 601u);
 
     const std::string& header = table[0];
@@ -232,21 +215,23 @@ TEST(OndrelParamsText, AlignedColumnsWithKnownRows) {
 }
 
 TEST(OndrelCommandLine, HelpListsCommandsAndMistakesFailWithOneLine) {
-    const RunResult help = runOndrel("--help");
+    const ToolRun help = runOndrel("--help");
     EXPECT_EQ(help.status, 0);
-    EXPECT_NE(help.output.find("params"), std::string::npos);
+    EXPECT_NE(help.out.find("params"), std::string::npos);
 
-    const RunResult unknownCommand = runOndrel("frobnicate 2>&1 >/dev/null");
+    const ToolRun unknownCommand = runOndrel("frobnicate");
     EXPECT_NE(unknownCommand.status, 0);
-    EXPECT_EQ(lines(unknownCommand.output).size(), 1u);
-    EXPECT_NE(unknownCommand.output.find("frobnicate"), std::string::npos);
+    EXPECT_EQ(lines(unknownCommand.err).size(), 1u);
+    EXPECT_NE(unknownCommand.err.find("frobnicate"), std::string::npos);
 
-    const RunResult unknownOption = runOndrel("params --bogus 2>&1 >/dev/null");
+    const ToolRun unknownOption = runOndrel("params --bogus");
     EXPECT_NE(unknownOption.status, 0);
-    EXPECT_EQ(lines(unknownOption.output).size(), 1u);
-    EXPECT_NE(unknownOption.output.find("--bogus"), std::string::npos);
+    EXPECT_EQ(lines(unknownOption.err).size(), 1u);
+    EXPECT_NE(unknownOption.err.find("--bogus"), std::string::npos);
 
-    const RunResult noCommand = runOndrel("2>&1 >/dev/null");
+    const ToolRun noCommand = runOndrel("");
     EXPECT_NE(noCommand.status, 0);
-    EXPECT_EQ(lines(noCommand.output).size(), 1u);
+    EXPECT_EQ(lines(noCommand.err).size(), 1u);
+    for (const ToolRun* failed : {&unknownCommand, &unknownOption, &noCommand})
+        EXPECT_TRUE(failed->out.empty()); // errors go to stderr only
 }

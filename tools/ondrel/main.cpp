@@ -1,4 +1,5 @@
 #include "ParamsCommand.h"
+#include "ResponseCommand.h"
 
 #include <iostream>
 #include <string>
@@ -17,6 +18,8 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {"params", "list the host parameters (--json for a JSON array)", runParamsCommand},
+    {"response", "one band's analog and Zero Latency response as CSV (--png FILE to plot)",
+     runResponseCommand},
 };
 
 void printUsage(std::ostream& out) {
