@@ -72,11 +72,13 @@ void BM_BiquadCascade(benchmark::State& state) {
 }
 BENCHMARK(BM_BiquadCascade)->ArgsProduct({{0, 1}, {1, 4, 8}, {1, 2}});
 
-// A Bell band whose frequency and gain move every sample: redesigns on the grids plus gain interpolation.
+// A Bell band whose frequency and gain move every sample: redesigns on the grids plus gain ramps between
+// brackets. Argument: 1 for a dynamic band (state-variable form), 0 for the direct form.
 void BM_EQFilterAutomated(benchmark::State& state) {
     wave::Environment environment(kBlock, 0);
     environment.setSampleRate(48000.0f);
     EQFilter filter(&environment);
+    filter.dynamic.setValue(state.range(0) == 1);
     std::vector<float> frequencies(kBlock), gains(kBlock);
     for (int32_t i = 0; i < kBlock; ++i) {
         frequencies[static_cast<size_t>(i)] = 8.0f + 4.0f * static_cast<float>(i) / kBlock;
@@ -90,6 +92,6 @@ void BM_EQFilterAutomated(benchmark::State& state) {
     }
     setCounter(state, static_cast<double>(kBlock) * filter.getNumberOfSections());
 }
-BENCHMARK(BM_EQFilterAutomated);
+BENCHMARK(BM_EQFilterAutomated)->Arg(0)->Arg(1);
 
 } // namespace

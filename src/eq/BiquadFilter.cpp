@@ -3,6 +3,7 @@
 #include "wave/Environment.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 namespace {
@@ -248,19 +249,65 @@ void BiquadFilter::setNumberOfSections(int32_t count) {
         partner->setup = setup;
 }
 
-void BiquadFilter::addSegment(int32_t length, int32_t numSections, float wet, const Coefficients* sections) {
+BiquadFilter::Segment* BiquadFilter::appendSegment(int32_t length, int32_t numSections, float wet,
+                                                   const Coefficients* sections) {
+    length = std::min(length, kChunkSize - segmentEnd);
     if (segmentCount >= kChunkSize || length <= 0)
-        return;
+        return nullptr;
     Segment& segment = segments[static_cast<size_t>(segmentCount++)];
+    segment.start = segmentEnd;
     segment.length = length;
     segment.numSections = std::clamp(numSections, 1, kMaximumSections);
     segment.wet = wet;
+    segment.ramp = false;
     std::copy_n(sections, segment.numSections, segment.sections.begin());
+    segmentEnd += length;
+    return &segment;
+}
+
+void BiquadFilter::addSegment(int32_t length, int32_t numSections, float wet, const Coefficients* sections) {
+    appendSegment(length, numSections, wet, sections);
+}
+
+void BiquadFilter::addRamp(int32_t numSections, float wet, const Coefficients* lower,
+                           const Coefficients* upper, double position) {
+    Segment* segment = appendSegment(1, numSections, wet, lower);
+    if (segment == nullptr)
+        return;
+    segment->ramp = true;
+    std::copy_n(upper, segment->numSections, segment->upper.begin());
+    rampPositions[static_cast<size_t>(segment->start)] = position;
+}
+
+void BiquadFilter::extendRamp(double position) {
+    if (segmentCount == 0 || segmentEnd >= kChunkSize)
+        return;
+    extendSegment(1);
+    rampPositions[static_cast<size_t>(segmentEnd - 1)] = position;
 }
 
 void BiquadFilter::extendSegment(int32_t length) {
-    if (segmentCount > 0)
-        segments[static_cast<size_t>(segmentCount - 1)].length += length;
+    if (segmentCount == 0)
+        return;
+    Segment& segment = segments[static_cast<size_t>(segmentCount - 1)];
+    length = std::min(length, kChunkSize - segmentEnd);
+    if (segment.ramp) // holds its last position
+        std::fill_n(rampPositions.begin() + segmentEnd, length,
+                    rampPositions[static_cast<size_t>(segmentEnd - 1)]);
+    segment.length += length;
+    segmentEnd += length;
+}
+
+void BiquadFilter::copyFinalCoefficients(const Segment& segment, Sections& out) const {
+    if (!segment.ramp) {
+        std::copy_n(segment.sections.begin(), segment.numSections, out.begin());
+        return;
+    }
+    const double position = rampPositions[static_cast<size_t>(segment.start + segment.length - 1)];
+    for (int32_t k = 0; k < segment.numSections; ++k) {
+        const auto index = static_cast<size_t>(k);
+        out[index] = biquad_kernels::interpolated(segment.sections[index], segment.upper[index], position);
+    }
 }
 
 void BiquadFilter::processFilter(const float* input, wave::BasicBlock<float>* block, int32_t numSamples,
@@ -297,84 +344,116 @@ void BiquadFilter::processChunk(Channel* channels, int32_t numChannels, int32_t 
         const Channel& channel = channels[c];
         const float* in = channel.input + offset;
         float* out = channel.output + offset;
-        if (channel.owner->isSilentCopy()) {
-            if (in != out)
-                std::copy_n(in, count, out);
-            continue;
-        }
-        std::copy_n(in, count, dry[static_cast<size_t>(numActive)].begin());
         if (in != out)
             std::copy_n(in, count, out);
-        active[static_cast<size_t>(numActive++)] = {channel.owner, in, out};
+        if (!channel.owner->isSilentCopy())
+            active[static_cast<size_t>(numActive++)] = {channel.owner, in, out};
     }
     if (numActive > 0) {
         segmentCount = 0;
+        segmentEnd = 0;
         updateCoefficients(offset, count);
+        // The dry signal is only read when something mixes it back in; an in-place buffer needs a copy.
+        const bool mixesDry = setup.crossfadePosition >= 0 ||
+                              std::any_of(segments.begin(), segments.begin() + segmentCount,
+                                          [&](const Segment& s) {
+                                              return s.wet != 1.0f || s.numSections != setup.numSections;
+                                          }) ||
+                              std::any_of(active.begin(), active.begin() + numActive,
+                                          [](const Channel& c) { return !c.owner->isFadeDone(); });
+        for (int32_t c = 0; c < numActive; ++c) {
+            Channel& channel = active[static_cast<size_t>(c)];
+            if (channel.input == channel.output && mixesDry) {
+                std::copy_n(channel.input, count, dry[static_cast<size_t>(c)].begin());
+                channel.input = dry[static_cast<size_t>(c)].data();
+            }
+        }
         Channel* activePointers[2] = {&active[0], &active[1]};
         runSegments(activePointers, numActive, count);
         for (int32_t c = 0; c < numActive; ++c) {
             Channel& channel = active[static_cast<size_t>(c)];
-            channel.owner->applyFade(dry[static_cast<size_t>(c)].data(), channel.output, count);
-            channel.owner->healNonFinite(channel.output, count);
+            channel.owner->applyFade(channel.input, channel.output, count);
+            channel.owner->healNonFinite(setup, channel.output, count);
         }
     }
     for (int32_t c = 0; c < numChannels; ++c)
         channels[c].owner->streamPosition += count;
 }
 
-void BiquadFilter::runCascade(DigitalForm form, const Coefficients* sections, int32_t numSections,
-                              bool useOldStates, Channel* const* channels, float* const* samples,
-                              int32_t numChannels, int32_t count) {
+template <typename Source>
+void BiquadFilter::runCascade(const Source& source, int32_t numSections, bool useOldStates,
+                              Channel* const* channels, float* const* samples, int32_t numChannels,
+                              int32_t count) {
     const auto statesOf = [&](int32_t c) {
         return (useOldStates ? channels[c]->owner->oldStates : channels[c]->owner->states).data();
     };
     if (numChannels == 2 && linkMode == kJoint) {
-        biquad_kernels::cascade<2>(form, sections, numSections, {statesOf(0), statesOf(1)},
+        biquad_kernels::cascade<2>(setup.form, source, numSections, {statesOf(0), statesOf(1)},
                                    {samples[0], samples[1]}, count);
         return;
     }
     for (int32_t c = 0; c < numChannels; ++c)
-        biquad_kernels::cascade<1>(form, sections, numSections, {statesOf(c)}, {samples[c]}, count);
+        biquad_kernels::cascade<1>(setup.form, source, numSections, {statesOf(c)}, {samples[c]}, count);
 }
 
 void BiquadFilter::runSegments(Channel* const* channels, int32_t numChannels, int32_t count) {
+    // Segments run from their own coefficients; the setup takes them over when the section count
+    // changes (the crossfade keeps the outgoing ones) and at the end of the chunk.
+    const Segment* running = nullptr;
+    const auto commit = [&] {
+        if (running != nullptr) {
+            copyFinalCoefficients(*running, setup.sections);
+            setup.wet = running->wet;
+        }
+    };
     int32_t start = 0;
     for (int32_t index = 0; start < count; ++index) {
         int32_t length = count - start; // uncovered samples keep the last coefficients
         if (index < segmentCount) {
             const Segment& segment = segments[static_cast<size_t>(index)];
-            setNumberOfSections(segment.numSections);
-            std::copy_n(segment.sections.begin(), segment.numSections, setup.sections.begin());
-            setup.wet = segment.wet;
+            if (segment.numSections != setup.numSections) {
+                commit();
+                setNumberOfSections(segment.numSections);
+            }
+            running = &segment;
             length = std::min(segment.length, count - start);
         }
+        const float wet = running != nullptr ? running->wet : setup.wet;
         float* samples[2] = {channels[0]->output + start,
                              numChannels > 1 ? channels[1]->output + start : nullptr};
-        runCascade(setup.form, setup.sections.data(), setup.numSections, false, channels, samples,
-                   numChannels, length);
-        if (setup.wet != 1.0f) {
+        if (running != nullptr && running->ramp) {
+            const biquad_kernels::RampCoefficients ramp{running->sections.data(), running->upper.data(),
+                                                        rampPositions.data() + start};
+            runCascade(ramp, setup.numSections, false, channels, samples, numChannels, length);
+        } else {
+            const biquad_kernels::FixedCoefficients fixed{running != nullptr ? running->sections.data()
+                                                                             : setup.sections.data()};
+            runCascade(fixed, setup.numSections, false, channels, samples, numChannels, length);
+        }
+        if (wet != 1.0f) {
             for (int32_t c = 0; c < numChannels; ++c) {
-                const float* dryInput = dry[static_cast<size_t>(c)].data() + start;
+                const float* dryInput = channels[c]->input + start;
                 for (int32_t i = 0; i < length; ++i)
-                    samples[c][i] = dryInput[i] + (samples[c][i] - dryInput[i]) * setup.wet;
+                    samples[c][i] = dryInput[i] + (samples[c][i] - dryInput[i]) * wet;
             }
         }
         if (setup.crossfadePosition >= 0)
             runCrossfade(channels, numChannels, start, length);
         start += length;
     }
+    commit();
 }
 
 void BiquadFilter::runCrossfade(Channel* const* channels, int32_t numChannels, int32_t start, int32_t count) {
     float* samples[2] = {old[0].data() + start, old[1].data() + start};
     for (int32_t c = 0; c < numChannels; ++c)
-        std::copy_n(dry[static_cast<size_t>(c)].data() + start, count, samples[c]);
-    runCascade(setup.form, setup.oldSections.data(), setup.oldNumSections, true, channels, samples,
-               numChannels, count);
+        std::copy_n(channels[c]->input + start, count, samples[c]);
+    runCascade(biquad_kernels::FixedCoefficients{setup.oldSections.data()}, setup.oldNumSections, true,
+               channels, samples, numChannels, count);
     const int32_t length = crossfadeLength();
     const double scale = 2.0 / length;
     for (int32_t c = 0; c < numChannels; ++c) {
-        const float* dryInput = dry[static_cast<size_t>(c)].data() + start;
+        const float* dryInput = channels[c]->input + start;
         float* out = channels[c]->output + start;
         for (int32_t i = 0; i < count; ++i) {
             const float previous = dryInput[i] + (samples[c][i] - dryInput[i]) * setup.oldWet;
@@ -389,7 +468,7 @@ void BiquadFilter::runCrossfade(Channel* const* channels, int32_t numChannels, i
 }
 
 void BiquadFilter::applyFade(const float* dryInput, float* output, int32_t count) {
-    if (fade.remaining == 0 && fade.current == 1.0f)
+    if (isFadeDone())
         return;
     for (int32_t i = 0; i < count; ++i) {
         if (fade.remaining > 0) {
@@ -399,15 +478,24 @@ void BiquadFilter::applyFade(const float* dryInput, float* output, int32_t count
     }
 }
 
-void BiquadFilter::healNonFinite(float* output, int32_t count) {
-    // x * 0 is 0 for every finite x and NaN otherwise, so one sum tests the whole span.
-    double probe = 0.0;
+void BiquadFilter::healNonFinite(const Setup& running, float* output, int32_t count) {
+    // A float is infinite or NaN exactly when its exponent bits are all set; the test vectorises.
+    constexpr uint32_t kExponent = 0x7f800000u;
+    bool broken = false;
     for (int32_t i = 0; i < count; ++i)
-        probe += static_cast<double>(output[i]) * 0.0;
-    for (const auto* set : {&states, &oldStates})
-        for (const SectionState& s : *set)
+        broken |= (std::bit_cast<uint32_t>(output[i]) & kExponent) == kExponent;
+    // x * 0 is 0 for every finite x and NaN otherwise, so one sum tests the states.
+    double probe = 0.0;
+    const auto probeStates = [&](const States& set, int32_t numSections) {
+        for (int32_t k = 0; k < numSections; ++k) {
+            const SectionState& s = set[static_cast<size_t>(k)];
             probe += (s.x1 + s.x2 + s.y1OrS1 + s.y2OrS2) * 0.0;
-    if (std::isfinite(probe))
+        }
+    };
+    probeStates(states, running.numSections);
+    if (running.crossfadePosition >= 0)
+        probeStates(oldStates, running.oldNumSections);
+    if (!broken && std::isfinite(probe))
         return;
     states.fill({});
     oldStates.fill({});

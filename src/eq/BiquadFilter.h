@@ -82,20 +82,32 @@ public:
     Property<BiquadProcessor::ResetMode> resetMode{BiquadProcessor::ResetMode::Crossfade, this};
 
 protected:
-    // For updateCoefficients: one more segment of the current call.
+    // For updateCoefficients: one more segment of the current call, with fixed coefficients.
     void addSegment(int32_t length, int32_t numSections, float wet,
                     const DigitalSectionCoefficients* sections);
-    // For updateCoefficients: the last segment added in this call grows by length samples.
+    // For updateCoefficients: one more segment whose coefficients move between two sets, starting
+    // with one sample at the given position (biquad_kernels::interpolated).
+    void addRamp(int32_t numSections, float wet, const DigitalSectionCoefficients* lower,
+                 const DigitalSectionCoefficients* upper, double position);
+    // For updateCoefficients: the last segment added in this call grows by one sample at the given
+    // position (it must be a ramp).
+    void extendRamp(double position);
+    // For updateCoefficients: the last segment added in this call grows by length samples (a ramp
+    // holds its last position).
     void extendSegment(int32_t length);
     int32_t getSegmentCount() const { return segmentCount; }
 
 private:
-    // A run of samples with constant coefficients. The output is dry + (filtered - dry) x wet.
+    // A run of samples with constant coefficients, or with coefficients ramping from sections toward
+    // upper (positions per sample in rampPositions). The output is dry + (filtered - dry) x wet.
     struct Segment {
+        int32_t start = 0;
         int32_t length = 0;
         int32_t numSections = 1;
         float wet = 1.0f;
+        bool ramp = false;
         Sections sections{};
+        Sections upper{};
     };
 
     // Everything a linked partner must share with the filter that processes it.
@@ -128,15 +140,20 @@ private:
     };
 
     bool isSilentCopy() const { return fade.target == 0.0f && fade.remaining == 0; }
+    bool isFadeDone() const { return fade.remaining == 0 && fade.current == 1.0f; }
     void clearRunningState();
     void processChunk(Channel* channels, int32_t numChannels, int32_t offset, int32_t count);
     void runSegments(Channel* const* channels, int32_t numChannels, int32_t count);
-    void runCascade(DigitalForm form, const DigitalSectionCoefficients* sections, int32_t numSections,
-                    bool useOldStates, Channel* const* channels, float* const* samples, int32_t numChannels,
-                    int32_t count);
+    Segment* appendSegment(int32_t length, int32_t numSections, float wet,
+                           const DigitalSectionCoefficients* sections);
+    // The coefficients a segment ends with.
+    void copyFinalCoefficients(const Segment& segment, Sections& out) const;
+    template <typename Source>
+    void runCascade(const Source& source, int32_t numSections, bool useOldStates, Channel* const* channels,
+                    float* const* samples, int32_t numChannels, int32_t count);
     void runCrossfade(Channel* const* channels, int32_t numChannels, int32_t start, int32_t count);
     void applyFade(const float* dryInput, float* output, int32_t count);
-    void healNonFinite(float* output, int32_t count);
+    void healNonFinite(const Setup& running, float* output, int32_t count);
     void startEnableFade();
     void convertStates(DigitalForm to);
     int32_t crossfadeLength() const;
@@ -150,7 +167,9 @@ private:
     BiquadFilter* partner = nullptr;
     std::array<Segment, kChunkSize> segments{};
     int32_t segmentCount = 0;
-    // The chunk's dry input and the old cascade's output, per channel.
+    int32_t segmentEnd = 0;
+    std::array<double, kChunkSize> rampPositions{};
+    // The chunk's dry input (when processing in place) and the old cascade's output, per channel.
     std::array<std::array<float, kChunkSize>, 2> dry{};
     std::array<std::array<float, kChunkSize>, 2> old{};
 };

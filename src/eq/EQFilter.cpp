@@ -166,19 +166,20 @@ void EQFilter::redesign(float frequencyLog2, float gainDb, float qValue) {
     smallGainFactor = gainBearing ? smallGainFactorFor(gainDb) : 1.0f;
     const float designGain = gainBearing ? designGainFor(gainDb) : 0.0f;
     sectionCount = design(designGain, current);
+    currentIsStale = false;
     lower = upper = current;
     lowerCount = upperCount = sectionCount;
     lowerGain = upperGain = designGain;
     interpolating = false;
 }
 
-void EQFilter::followGain(float gainDb) {
+EQFilter::GainStep EQFilter::followGain(float gainDb) {
     lastGain = gainDb;
     smallGainFactor = smallGainFactorFor(gainDb);
     const float designGain = designGainFor(gainDb);
     if (designGain >= lowerGain && designGain <= upperGain) {
         interpolate(designGain);
-        return;
+        return GainStep::WithinBrackets;
     }
     // One bracket step toward the gain, never with 0 dB as an end.
     float newLower = 0.0f;
@@ -204,59 +205,48 @@ void EQFilter::followGain(float gainDb) {
     }
     if (designGain < newLower || designGain > newUpper) {
         redesign(lastFrequency, gainDb, lastQ);
-        return;
+        return GainStep::Redesigned;
     }
     // A bracket that coincides with an old one keeps that design; only the other is designed.
-    const auto bracketDesign = [&](float bracketGain, Sections& out) {
-        if (bracketGain == lowerGain) {
-            out = lower;
-            return lowerCount;
-        }
-        if (bracketGain == upperGain) {
-            out = upper;
-            return upperCount;
-        }
-        return design(bracketGain, out);
-    };
-    Sections newLowerSet{};
-    Sections newUpperSet{};
-    const int32_t lowerSectionCount = bracketDesign(newLower, newLowerSet);
-    const int32_t upperSectionCount = bracketDesign(newUpper, newUpperSet);
-    sectionCount = std::max(lowerSectionCount, upperSectionCount);
-    for (int32_t k = 0; k < kMaximumSections; ++k) {
-        auto& a = newLowerSet[static_cast<size_t>(k)];
-        auto& b = newUpperSet[static_cast<size_t>(k)];
-        if (isZero(a) && !isZero(b))
-            a = b;
-        else if (isZero(b) && !isZero(a))
-            b = a;
+    if (newLower == upperGain) { // a step up: the old upper becomes the lower
+        lower = upper;
+        lowerCount = upperCount;
+        upperCount = design(newUpper, upper);
+    } else if (newUpper == lowerGain) { // a step down
+        upper = lower;
+        upperCount = lowerCount;
+        lowerCount = design(newLower, lower);
+    } else {
+        lowerCount = design(newLower, lower);
+        upperCount = design(newUpper, upper);
     }
-    lower = newLowerSet;
-    upper = newUpperSet;
-    lowerCount = lowerSectionCount;
-    upperCount = upperSectionCount;
     lowerGain = newLower;
     upperGain = newUpper;
+    sectionCount = std::max(lowerCount, upperCount);
+    for (size_t k = 0; k < static_cast<size_t>(sectionCount); ++k) {
+        if (isZero(lower[k]) && !isZero(upper[k]))
+            lower[k] = upper[k];
+        else if (isZero(upper[k]) && !isZero(lower[k]))
+            upper[k] = lower[k];
+    }
     interpolating = true;
     interpolate(designGain);
+    return GainStep::NewBrackets;
 }
 
 void EQFilter::interpolate(float designGain) {
     const float width = upperGain - lowerGain;
-    const double t = width > 0.0f ? (designGain - lowerGain) / width : 0.0;
-    for (int32_t k = 0; k < sectionCount; ++k)
-        for (size_t j = 0; j < 5; ++j) {
-            const double a = lower[static_cast<size_t>(k)][j];
-            const double b = upper[static_cast<size_t>(k)][j];
-            current[static_cast<size_t>(k)][j] = a + (b - a) * t;
-        }
+    rampPosition = width > 0.0f ? (designGain - lowerGain) / width : 0.0;
+    currentIsStale = true; // ramps compute their own coefficients; the set is needed only at a segment start
 }
 
-void EQFilter::emit(bool newSegment) {
-    if (newSegment || getSegmentCount() == 0)
-        addSegment(1, sectionCount, smallGainFactor, current.data());
-    else
-        extendSegment(1);
+const DigitalSectionCoefficients* EQFilter::currentCoefficients() {
+    if (currentIsStale) {
+        for (size_t k = 0; k < static_cast<size_t>(sectionCount); ++k)
+            current[k] = biquad_kernels::interpolated(lower[k], upper[k], rampPosition);
+        currentIsStale = false;
+    }
+    return current.data();
 }
 
 void EQFilter::updateCoefficients(int32_t offset, int32_t numSamples) {
@@ -268,8 +258,9 @@ void EQFilter::updateCoefficients(int32_t offset, int32_t numSamples) {
         float g = gain.at(offset + i);
         float qValue = q.at(offset + i);
         // NaN keeps the last good value; the frequency is clamped to 1 Hz ... 2^20 Hz.
-        v = std::isnan(v) ? std::max(lastFrequency, 10.0f)
-                          : std::clamp(v, kMinimumFrequencyLog2, kMaximumFrequencyLog2);
+        if (std::isnan(v))
+            v = lastFrequency >= 0.0f ? lastFrequency : kDefaultFrequencyLog2;
+        v = std::clamp(v, kMinimumFrequencyLog2, kMaximumFrequencyLog2);
         g = std::isfinite(g) ? g : lastGain;
         qValue = std::isfinite(qValue) ? qValue : lastQ;
 
@@ -281,14 +272,25 @@ void EQFilter::updateCoefficients(int32_t offset, int32_t numSamples) {
             else
                 designNow |= frequencyMove > kFastFrequencyMove;
         }
+        GainStep step = GainStep::Unchanged;
         if (designNow) {
             redesign(v, g, qValue);
-            emit(true);
         } else if (gainBearing && std::fabs(g - lastGain) > kFloatEpsilon) {
-            followGain(g);
-            emit(true);
-        } else {
-            emit(false);
+            step = followGain(g);
+        } else if (getSegmentCount() > 0) {
+            extendSegment(1);
+            continue;
         }
+        // Gain moves within one pair of brackets ramp the coefficients inside the kernels.
+        const bool ramps = step == GainStep::WithinBrackets || step == GainStep::NewBrackets;
+        if (!ramps)
+            addSegment(1, sectionCount, smallGainFactor, currentCoefficients());
+        else if (step == GainStep::WithinBrackets && rampOpen && getSegmentCount() > 0 &&
+                 smallGainFactor == rampWet)
+            extendRamp(rampPosition);
+        else
+            addRamp(sectionCount, smallGainFactor, lower.data(), upper.data(), rampPosition);
+        rampOpen = ramps;
+        rampWet = smallGainFactor;
     }
 }

@@ -23,6 +23,7 @@ public:
     static constexpr int32_t kFractionalSlopes = 1 << 2;
     static constexpr float kMinimumFrequencyLog2 = 0.0f;  // 1 Hz
     static constexpr float kMaximumFrequencyLog2 = 20.0f; // 2^20 Hz
+    static constexpr float kDefaultFrequencyLog2 = 10.0f; // 1024 Hz
     static constexpr double kMaximumTanArgument = 3.1315928;
     static constexpr double kDefaultSecondFrequency = 640.0;
 
@@ -88,11 +89,13 @@ private:
     // Designs the band at the last frequency and Q with the given gain; returns the section count.
     int32_t design(float gainDb, Sections& out);
     void redesign(float frequencyLog2, float gainDb, float qValue);
-    void followGain(float gainDb);
+    enum class GainStep { Unchanged, WithinBrackets, NewBrackets, Redesigned };
+    GainStep followGain(float gainDb);
     void interpolate(float designGain);
-    void emit(bool newSegment);
+    // The coefficients at the last gain.
+    const DigitalSectionCoefficients* currentCoefficients();
 
-    ParameterInput frequency{10.0f};
+    ParameterInput frequency{kDefaultFrequencyLog2};
     ParameterInput gain{0.0f};
     ParameterInput q{1.0f};
     double secondFrequency = kDefaultSecondFrequency;
@@ -111,6 +114,12 @@ private:
     float lowerGain = 0.0f;
     float upperGain = 0.0f;
     bool interpolating = false;
+    // Position between the brackets of the last interpolation (0 = lower, 1 = upper).
+    double rampPosition = 0.0;
+    bool currentIsStale = false;
+    // The last segment of the current call is a ramp over the current brackets, with this wet factor.
+    bool rampOpen = false;
+    float rampWet = 1.0f;
     float smallGainFactor = 1.0f;
     float w0 = 1.0f;
     int64_t designCount = 0;

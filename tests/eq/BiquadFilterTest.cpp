@@ -1,5 +1,4 @@
 #include "eq/BiquadFilter.h"
-#include "support/AllocationCounter.h"
 #include "wave/Environment.h"
 #include "wave/Input.h"
 
@@ -16,10 +15,12 @@ namespace {
 using Coefficients = DigitalSectionCoefficients;
 constexpr float kRate = 48000.0f;
 
-// Hand-made cascades: fixed coefficients, given for both forms so that the form can be switched.
+// A cascade with fixed coefficients, given in both forms so that the form can be switched.
 class FixedBiquad : public BiquadFilter {
 public:
-    explicit FixedBiquad(wave::Environment* environment) : BiquadFilter(environment) {}
+    FixedBiquad(wave::Environment* environment, std::vector<Coefficients> directForm,
+                std::vector<Coefficients> stateVariable = {})
+        : BiquadFilter(environment), direct(std::move(directForm)), svf(std::move(stateVariable)) {}
 
     void setCascade(std::vector<Coefficients> directForm, std::vector<Coefficients> stateVariable = {}) {
         direct = std::move(directForm);
@@ -36,36 +37,29 @@ private:
     std::vector<Coefficients> svf;
 };
 
-// Textbook peaking and low-pass biquads (bilinear, a0 normalised), written out independently.
-Coefficients peaking(double hz, double q, double db) {
-    const double a = std::pow(10.0, db / 40.0);
-    const double w = 2.0 * std::numbers::pi * hz / kRate;
-    const double alpha = std::sin(w) / (2.0 * q);
-    const double a0 = 1.0 + alpha / a;
-    return {(1.0 + alpha * a) / a0, -2.0 * std::cos(w) / a0, (1.0 - alpha * a) / a0, -2.0 * std::cos(w) / a0,
-            (1.0 - alpha / a) / a0};
-}
+// Analog sections (b2, b1, b0, a2, a1, a0) bilinear-transformed at 1 kHz, in both forms.
+struct Cascade {
+    std::vector<Coefficients> direct, svf;
+};
 
-Coefficients lowPass(double hz, double q) {
-    const double w = 2.0 * std::numbers::pi * hz / kRate;
-    const double alpha = std::sin(w) / (2.0 * q);
-    const double c = std::cos(w);
-    const double a0 = 1.0 + alpha;
-    return {(1.0 - c) / 2.0 / a0, (1.0 - c) / a0, (1.0 - c) / 2.0 / a0, -2.0 * c / a0, (1.0 - alpha) / a0};
-}
-
-// The same analog resonant section in both forms: H(s) = (s^2 + 0.3 s + 1) / (s^2 + 0.1 s + 1) at 1 kHz.
-std::pair<Coefficients, Coefficients> resonantSectionInBothForms() {
-    AnalogBiquadPrototype section;
-    section.setCoefficients({1.0, 0.3, 1.0, 1.0, 0.1, 1.0});
+Cascade analogCascade(const std::vector<AnalogSectionCoefficients>& sections) {
+    Cascade cascade;
     const double k = std::tan(std::numbers::pi * 1000.0 / kRate);
-    return {section.toDigital(k, DigitalForm::DirectForm), section.toDigital(k, DigitalForm::StateVariable)};
+    for (const auto& coefficients : sections) {
+        AnalogBiquadPrototype section;
+        section.setCoefficients(coefficients);
+        cascade.direct.push_back(section.toDigital(k, DigitalForm::DirectForm));
+        cascade.svf.push_back(section.toDigital(k, DigitalForm::StateVariable));
+    }
+    return cascade;
 }
 
-// The plain cascade: direct form I in double, float between sections.
-std::vector<float> referenceCascade(const std::vector<Coefficients>& sections,
-                                    const std::vector<float>& input) {
-    std::vector<float> signal = input;
+// A resonant peak, a low-pass and a deep notch-like dip.
+const Cascade kThreeSections = analogCascade(
+    {{1.0, 0.3, 1.0, 1.0, 0.1, 1.0}, {0.0, 0.0, 4.0, 1.0, 1.4, 4.0}, {1.0, 0.02, 0.25, 1.0, 0.5, 0.25}});
+
+// Textbook direct form I in double, float between sections.
+std::vector<float> referenceCascade(const std::vector<Coefficients>& sections, std::vector<float> signal) {
     for (const auto& c : sections) {
         double x1 = 0, x2 = 0, y1 = 0, y2 = 0;
         for (float& sample : signal) {
@@ -90,15 +84,8 @@ std::vector<float> noise(size_t count, unsigned seed = 7) {
     return samples;
 }
 
-std::vector<float> sine(size_t count, double hz, double amplitude = 0.5) {
-    std::vector<float> samples(count);
-    for (size_t i = 0; i < count; ++i)
-        samples[i] = static_cast<float>(amplitude * std::sin(2.0 * std::numbers::pi * hz * i / kRate));
-    return samples;
-}
-
-// Processes in chunks of the given sizes (cycled) from a buffer that starts one float past an aligned
-// address, with guard words after it.
+// Processes in place in chunks of the given sizes (cycled), from a buffer one float past an aligned
+// address with guard words around it.
 std::vector<float> processInChunks(BiquadFilter& filter, const std::vector<float>& input,
                                    const std::vector<int32_t>& chunks) {
     constexpr float kGuard = 12345.0f;
@@ -109,14 +96,19 @@ std::vector<float> processInChunks(BiquadFilter& filter, const std::vector<float
     for (size_t n = 0; position < input.size(); ++n) {
         const auto count =
             std::min<size_t>(static_cast<size_t>(chunks[n % chunks.size()]), input.size() - position);
-        float* samples = buffer.data() + 1 + position;
-        filter.processBlock(samples, samples, static_cast<int32_t>(count));
+        filter.processBlock(buffer.data() + 1 + position, buffer.data() + 1 + position,
+                            static_cast<int32_t>(count));
         position += count;
     }
-    EXPECT_EQ(buffer[0], kGuard);
-    for (size_t i = input.size() + 1; i < buffer.size(); ++i)
-        EXPECT_EQ(buffer[i], kGuard);
-    return {buffer.begin() + 1, buffer.begin() + 1 + static_cast<std::ptrdiff_t>(input.size())};
+    EXPECT_EQ(buffer.front(), kGuard);
+    EXPECT_EQ(std::vector<float>(buffer.end() - 8, buffer.end()), std::vector<float>(8, kGuard));
+    return {buffer.begin() + 1, buffer.end() - 8};
+}
+
+void expectNear(const std::vector<float>& actual, const std::vector<float>& expected, double tolerance) {
+    ASSERT_EQ(actual.size(), expected.size());
+    for (size_t i = 0; i < actual.size(); ++i)
+        ASSERT_NEAR(actual[i], expected[i], tolerance * (1.0 + std::fabs(expected[i]))) << i;
 }
 
 class BiquadFilterTest : public ::testing::Test {
@@ -126,90 +118,58 @@ protected:
     wave::Environment environment{512, 0};
 };
 
-TEST_F(BiquadFilterTest, BlockProcessingMatchesThePlainCascadeInEveryChunking) {
-    const std::vector<Coefficients> cascade{peaking(1000, 2.0, 9.0), lowPass(5000, 0.9),
-                                            peaking(80, 4.0, -12.0)};
+TEST_F(BiquadFilterTest, BothFormsRunThePlainCascadeInEveryChunking) {
     const auto input = noise(4000);
-    const auto expected = referenceCascade(cascade, input);
-    std::vector<std::vector<int32_t>> chunkings{{1}, {31}, {64}, {511}, {3, 17, 1, 64, 5}};
-    for (int32_t size = 2; size <= 16; ++size)
-        chunkings.push_back({size});
-    for (const auto& chunks : chunkings) {
-        FixedBiquad filter(&environment);
-        filter.setCascade(cascade);
-        const auto output = processInChunks(filter, input, chunks);
-        for (size_t i = 0; i < input.size(); ++i)
-            ASSERT_NEAR(output[i], expected[i], 1e-5 * (1.0 + std::fabs(expected[i])))
-                << "chunk " << chunks[0];
-        FixedBiquad sampleBySample(&environment);
-        sampleBySample.setCascade(cascade);
-        EXPECT_EQ(processInChunks(sampleBySample, input, {1}), output);
-    }
-}
-
-TEST_F(BiquadFilterTest, StateVariableFormRunsTheSameFilterAsTheDirectForm) {
-    const auto [direct, svf] = resonantSectionInBothForms();
-    const auto input = noise(3000);
-    const auto expected = referenceCascade({direct, direct}, input);
-    FixedBiquad filter(&environment);
-    filter.setCascade({direct, direct}, {svf, svf});
-    filter.setForm(DigitalForm::StateVariable);
-    const auto output = processInChunks(filter, input, {13});
-    for (size_t i = 0; i < input.size(); ++i)
-        ASSERT_NEAR(output[i], expected[i], 1e-4);
-}
-
-TEST_F(BiquadFilterTest, ResetEqualsAFreshInstance) {
-    const std::vector<Coefficients> cascade{peaking(300, 8.0, 12.0), lowPass(2000, 3.0)};
-    for (DigitalForm form : {DigitalForm::DirectForm, DigitalForm::StateVariable}) {
-        FixedBiquad used(&environment), fresh(&environment);
-        for (FixedBiquad* f : {&used, &fresh}) {
-            f->setCascade(cascade, {resonantSectionInBothForms().second});
-            f->setForm(form);
+    for (size_t count : {1u, 2u, 3u}) {
+        const std::vector<Coefficients> direct(kThreeSections.direct.begin(),
+                                               kThreeSections.direct.begin() + count);
+        const std::vector<Coefficients> svf(kThreeSections.svf.begin(), kThreeSections.svf.begin() + count);
+        const auto expected = referenceCascade(direct, input);
+        for (DigitalForm form : {DigitalForm::DirectForm, DigitalForm::StateVariable}) {
+            FixedBiquad sampleBySample(&environment, direct, svf);
+            sampleBySample.setForm(form);
+            const auto reference = processInChunks(sampleBySample, input, {1});
+            expectNear(reference, expected, form == DigitalForm::DirectForm ? 1e-6 : 1e-4);
+            for (const std::vector<int32_t>& chunks :
+                 std::vector<std::vector<int32_t>>{{2}, {7}, {16}, {31}, {64}, {511}, {3, 17, 1, 64, 5}}) {
+                FixedBiquad filter(&environment, direct, svf);
+                filter.setForm(form);
+                ASSERT_EQ(processInChunks(filter, input, chunks), reference) << count << " " << chunks[0];
+            }
         }
-        processInChunks(used, noise(1000, 3), {100});
-        used.enabled.setValue(false); // mid-fade at the reset
-        processInChunks(used, noise(100, 4), {100});
-        used.enabled.setValue(true);
-        used.resetStates();
-        const auto input = noise(2000, 5);
-        EXPECT_EQ(processInChunks(used, input, {64}), processInChunks(fresh, input, {64}));
     }
 }
 
 TEST_F(BiquadFilterTest, LinkedAndJointPairsEqualTwoMonoFilters) {
-    const std::vector<Coefficients> cascade{peaking(1000, 2.0, 9.0), lowPass(3000, 0.7)};
     const auto left = noise(1500, 1), right = noise(1500, 2);
-    FixedBiquad monoLeft(&environment), monoRight(&environment);
-    monoLeft.setCascade(cascade);
-    monoRight.setCascade(cascade);
-    const auto expectedLeft = processInChunks(monoLeft, left, {37});
-    const auto expectedRight = processInChunks(monoRight, right, {37});
-    for (int32_t mode : {BiquadFilter::kLinked, BiquadFilter::kJoint}) {
-        FixedBiquad a(&environment), b(&environment);
-        a.setCascade(cascade);
-        a.linkWith(b, mode);
-        EXPECT_EQ(b.getPartner(), &a);
-        EXPECT_EQ(b.getLinkMode(), mode);
-        std::vector<float> outLeft(left.size()), outRight(right.size());
-        for (size_t p = 0; p < left.size(); p += 37) {
-            const auto n = static_cast<int32_t>(std::min<size_t>(37, left.size() - p));
-            a.processBlock(left.data() + p, outLeft.data() + p, right.data() + p, outRight.data() + p, n);
+    for (DigitalForm form : {DigitalForm::DirectForm, DigitalForm::StateVariable}) {
+        FixedBiquad monoLeft(&environment, kThreeSections.direct, kThreeSections.svf);
+        FixedBiquad monoRight(&environment, kThreeSections.direct, kThreeSections.svf);
+        monoLeft.setForm(form);
+        monoRight.setForm(form);
+        const auto expectedLeft = processInChunks(monoLeft, left, {37});
+        const auto expectedRight = processInChunks(monoRight, right, {37});
+        for (int32_t mode : {BiquadFilter::kLinked, BiquadFilter::kJoint}) {
+            FixedBiquad a(&environment, kThreeSections.direct, kThreeSections.svf), b(&environment, {});
+            a.linkWith(b, mode);
+            a.setForm(form);
+            EXPECT_EQ(b.getPartner(), &a);
+            std::vector<float> outLeft(left.size()), outRight(right.size());
+            for (size_t p = 0; p < left.size(); p += 37) {
+                const auto n = static_cast<int32_t>(std::min<size_t>(37, left.size() - p));
+                a.processBlock(left.data() + p, outLeft.data() + p, right.data() + p, outRight.data() + p, n);
+            }
+            EXPECT_EQ(outLeft, expectedLeft);
+            EXPECT_EQ(outRight, expectedRight);
+            b.clearLink();
+            EXPECT_EQ(a.getPartner(), nullptr);
+            EXPECT_EQ(a.getLinkMode(), BiquadFilter::kAlone);
         }
-        EXPECT_EQ(outLeft, expectedLeft);
-        EXPECT_EQ(outRight, expectedRight);
-        b.clearLink();
-        EXPECT_EQ(a.getPartner(), nullptr);
-        EXPECT_EQ(a.getLinkMode(), BiquadFilter::kAlone);
     }
-}
 
-TEST_F(BiquadFilterTest, AJointPairInTheGraphIsProcessedOnceForBothChannels) {
-    const std::vector<Coefficients> cascade{peaking(700, 1.0, 6.0)};
-    const auto left = noise(256, 1), right = noise(256, 2);
+    // In the graph, whichever filter is pulled first processes both channels once.
     wave::Input inLeft(&environment), inRight(&environment);
-    FixedBiquad a(&environment), b(&environment);
-    a.setCascade(cascade);
+    FixedBiquad a(&environment, kThreeSections.direct), b(&environment, {});
     a.setInput(&inLeft);
     b.setInput(&inRight);
     a.linkWith(b, BiquadFilter::kJoint);
@@ -218,70 +178,45 @@ TEST_F(BiquadFilterTest, AJointPairInTheGraphIsProcessedOnceForBothChannels) {
     environment.nextGeneration();
     const float* outLeft = a.fetch(256)->getData();
     const float* outRight = b.fetch(256)->getData();
-    EXPECT_EQ(std::vector<float>(outLeft, outLeft + 256), referenceCascade(cascade, left));
-    EXPECT_EQ(std::vector<float>(outRight, outRight + 256), referenceCascade(cascade, right));
+    const std::vector<float> left256(left.begin(), left.begin() + 256),
+        right256(right.begin(), right.begin() + 256);
+    EXPECT_EQ(std::vector<float>(outLeft, outLeft + 256), referenceCascade(kThreeSections.direct, left256));
+    EXPECT_EQ(std::vector<float>(outRight, outRight + 256),
+              referenceCascade(kThreeSections.direct, right256));
     EXPECT_EQ(b.getStreamPosition(), 256);
 }
 
-TEST_F(BiquadFilterTest, EnableFadesOverExactlyTwentyMilliseconds) {
-    FixedBiquad filter(&environment);
-    filter.setCascade({{3.0, 0.0, 0.0, 0.0, 0.0}}); // filtered = 3 x dry, so output = 1 + 2 x fade
+TEST_F(BiquadFilterTest, EnableFadesOverTwentyMillisecondsAndADisabledFilterCopies) {
+    FixedBiquad filter(&environment, {{3.0, 0.0, 0.0, 0.0, 0.0}}); // output = 1 + 2 x fade for input 1
     const std::vector<float> ones(3000, 1.0f);
     filter.enabled.setValue(false); // before the stream starts: immediate
     EXPECT_EQ(processInChunks(filter, {1.0f, 1.0f}, {2}), (std::vector<float>{1.0f, 1.0f}));
-    filter.enabled.setValue(true);
-    const auto fadeIn = processInChunks(filter, ones, {100});
     const int32_t length = 960; // 20 ms at 48 kHz
-    for (int32_t i = 0; i < length; ++i)
-        ASSERT_NEAR(fadeIn[static_cast<size_t>(i)], 1.0 + 2.0 * (i + 1) / length, 1e-4) << i;
-    EXPECT_EQ(fadeIn[length - 2] < 3.0f, true);
-    for (size_t i = length - 1; i < ones.size(); ++i)
-        ASSERT_EQ(fadeIn[i], 3.0f) << i;
-    filter.enabled.setValue(false);
-    const auto fadeOut = processInChunks(filter, ones, {77});
-    for (int32_t i = 0; i < length; ++i)
-        ASSERT_NEAR(fadeOut[static_cast<size_t>(i)], 1.0 + 2.0 * (1.0 - (i + 1.0) / length), 1e-4) << i;
-    EXPECT_GT(fadeOut[length - 2], 1.0f);
-    for (size_t i = length - 1; i < ones.size(); ++i)
-        ASSERT_EQ(fadeOut[i], 1.0f) << i;
-}
+    for (bool on : {true, false}) {
+        filter.enabled.setValue(on);
+        const auto output = processInChunks(filter, ones, {77});
+        for (int32_t i = 0; i < length - 1; ++i) {
+            const double fade = (i + 1.0) / length;
+            ASSERT_NEAR(output[static_cast<size_t>(i)], 1.0 + 2.0 * (on ? fade : 1.0 - fade), 1e-4) << i;
+        }
+        EXPECT_EQ(std::vector<float>(output.begin() + length - 1, output.end()),
+                  std::vector<float>(ones.size() - length + 1, on ? 3.0f : 1.0f));
+    }
 
-TEST_F(BiquadFilterTest, DisabledAndFadedCopiesAndComesBackFromRest) {
-    const Coefficients resonant = resonantSectionInBothForms().first;
-    FixedBiquad filter(&environment);
-    filter.setCascade({resonant});
-    processInChunks(filter, noise(500), {50});
-    filter.enabled.setValue(false);
-    processInChunks(filter, noise(1000), {50});
+    // Disabled and faded: a plain copy; enabled again, it fades in from rest, not with old ringing.
+    FixedBiquad resonant(&environment, {kThreeSections.direct[0]});
+    processInChunks(resonant, noise(500), {50});
+    resonant.enabled.setValue(false);
+    processInChunks(resonant, noise(1000), {50});
     const auto input = noise(700, 9);
-    EXPECT_EQ(processInChunks(filter, input, {33}), input);
-    filter.enabled.setValue(true);
-    // Fades in with states from rest, not with the ringing from before the silent stretch.
-    const auto output = processInChunks(filter, input, {33});
-    const auto expected = referenceCascade({resonant}, input);
+    EXPECT_EQ(processInChunks(resonant, input, {33}), input);
+    resonant.enabled.setValue(true);
+    const auto output = processInChunks(resonant, input, {33});
+    const auto expected = referenceCascade({kThreeSections.direct[0]}, input);
     for (size_t i = 0; i < input.size(); ++i) {
-        const double fade = std::min(1.0, (i + 1.0) / 960.0);
+        const double fade = std::min(1.0, (i + 1.0) / length);
         ASSERT_NEAR(output[i], input[i] + (expected[i] - input[i]) * fade, 1e-4) << i;
     }
-}
-
-TEST_F(BiquadFilterTest, FormSwitchContinuesTheOutputWithoutAJump) {
-    const auto [direct, svf] = resonantSectionInBothForms();
-    const auto input = sine(4000, 950.0);
-    const auto expected = referenceCascade({direct, direct}, input);
-    FixedBiquad filter(&environment);
-    filter.setCascade({direct, direct}, {svf, svf});
-    std::vector<float> output(input.size());
-    size_t position = 0;
-    for (size_t end : {size_t{1001}, size_t{2017}, size_t{3001}, input.size()}) {
-        filter.processBlock(input.data() + position, output.data() + position,
-                            static_cast<int32_t>(end - position));
-        position = end;
-        filter.setForm(filter.getForm() == DigitalForm::DirectForm ? DigitalForm::StateVariable
-                                                                   : DigitalForm::DirectForm);
-    }
-    for (size_t i = 0; i < input.size(); ++i)
-        ASSERT_NEAR(output[i], expected[i], 1e-4) << i;
 }
 
 TEST_F(BiquadFilterTest, SectionCountChangeCrossfadesOrRestarts) {
@@ -289,66 +224,44 @@ TEST_F(BiquadFilterTest, SectionCountChangeCrossfadesOrRestarts) {
     const std::vector<float> ones(6000, 1.0f);
     const int32_t span = 4800; // 0.1 s
     for (auto mode : {BiquadProcessor::ResetMode::Crossfade, BiquadProcessor::ResetMode::Restart}) {
-        FixedBiquad a(&environment), b(&environment);
+        FixedBiquad a(&environment, {two}), b(&environment, {});
         a.resetMode.setValue(mode);
-        a.setCascade({two});
         a.linkWith(b, BiquadFilter::kJoint);
         std::vector<float> outA(ones.size()), outB(ones.size());
         a.processBlock(ones.data(), outA.data(), ones.data(), outB.data(), 100);
-        a.setCascade({two, oneAndHalf}); // old cascade gives 2, the new one 3
+        a.setCascade({two, oneAndHalf}); // the old cascade gives 2, the new one 3
         a.processBlock(ones.data(), outA.data(), ones.data(), outB.data(), static_cast<int32_t>(ones.size()));
         for (int32_t i = 0; i < static_cast<int32_t>(ones.size()); ++i) {
             double expected = 3.0;
             if (mode == BiquadProcessor::ResetMode::Crossfade && i < span)
-                expected = 2.0 + std::max(0.0, -1.0 + 2.0 * i / span);
+                expected = 2.0 + std::max(0.0, -1.0 + 2.0 * i / span); // old only for the first 50 ms
             ASSERT_NEAR(outA[static_cast<size_t>(i)], expected, 1e-5) << i;
-            ASSERT_EQ(outB[static_cast<size_t>(i)], outA[static_cast<size_t>(i)]) << i;
         }
+        EXPECT_EQ(outB, outA);
         EXPECT_FALSE(a.isCrossfading());
         EXPECT_EQ(b.getNumberOfSections(), 2);
     }
 }
 
 TEST_F(BiquadFilterTest, NonFiniteInputLeavesTheFilterWorking) {
-    const auto [direct, svf] = resonantSectionInBothForms();
     for (float bad : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()}) {
         for (DigitalForm form : {DigitalForm::DirectForm, DigitalForm::StateVariable}) {
-            FixedBiquad filter(&environment);
-            filter.setCascade({direct, lowPass(4000, 0.7)}, {svf, svf});
+            auto input = noise(6000);
+            std::fill_n(input.begin() + 1000, 10, bad);
+            FixedBiquad filter(&environment, kThreeSections.direct, kThreeSections.svf);
             filter.setForm(form);
-            auto input = sine(6000, 440.0);
-            for (size_t i = 1000; i < 1010; ++i)
-                input[i] = bad;
             const auto output = processInChunks(filter, input, {64});
             for (float y : output)
                 ASSERT_TRUE(std::isfinite(y));
             // Long after the burst the filter runs like one that never saw it.
-            auto clean = input;
-            std::fill(clean.begin(), clean.begin() + 1100, 0.0f);
-            FixedBiquad reference(&environment);
-            reference.setCascade({direct, lowPass(4000, 0.7)}, {svf, svf});
-            reference.setForm(form);
-            const auto expected = processInChunks(reference, clean, {64});
+            std::fill_n(input.begin(), 1100, 0.0f);
+            FixedBiquad clean(&environment, kThreeSections.direct, kThreeSections.svf);
+            clean.setForm(form);
+            const auto expected = processInChunks(clean, input, {64});
             for (size_t i = 5000; i < input.size(); ++i)
                 ASSERT_NEAR(output[i], expected[i], 1e-3) << i;
         }
     }
-}
-
-TEST_F(BiquadFilterTest, ProcessingDoesNotAllocate) {
-    FixedBiquad a(&environment), b(&environment);
-    const auto [direct, svf] = resonantSectionInBothForms();
-    a.setCascade({direct, direct, direct}, {svf, svf, svf});
-    a.linkWith(b, BiquadFilter::kJoint);
-    std::vector<float> left = noise(512), right = noise(512, 3);
-    a.processBlock(left.data(), left.data(), right.data(), right.data(), 512);
-    a.setCascade({direct}, {svf});
-    testing_support::AllocationCounter counter;
-    a.processBlock(left.data(), left.data(), right.data(), right.data(), 512); // crossfades to one section
-    a.setForm(DigitalForm::StateVariable);
-    a.enabled.setValue(false);
-    a.processBlock(left.data(), left.data(), right.data(), right.data(), 512);
-    EXPECT_EQ(counter.count(), 0u);
 }
 
 } // namespace
