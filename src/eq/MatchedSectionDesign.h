@@ -18,8 +18,10 @@ inline constexpr double kDynamicGainTolerance = 0.001;
 // The digital sections of a prototype that was designed at the angular frequency w0 (radians per
 // sample, so its response at w is the analog response at the digital frequency w). The matched
 // design is used when asked for, the family is Butterworth and the shape is not All Pass; every
-// other case is the bilinear transform with k = tan(min(w0, 3.1315928) / 2). Writes one set of
-// coefficients per section in the requested form and returns the number of sections.
+// other case, and every section the match cannot improve on, is the bilinear transform with
+// k = tan(w0 / 2), w0 kept within [1e-5, 3.1315928]. Writes one set of coefficients per section in
+// the requested form and returns the number of sections. Runs on the audio thread: no allocation,
+// a fixed amount of work per section.
 int32_t designDigitalSections(const AnalogFilterPrototype& prototype, double w0,
                               CoefficientCalculation calculation, DigitalForm form, double tolerance,
                               DigitalSectionCoefficients* out);

@@ -10,6 +10,7 @@
 #include <complex>
 #include <limits>
 #include <numbers>
+#include <vector>
 
 using Complex = std::complex<double>;
 using Shape = FilterShape;
@@ -77,6 +78,18 @@ double largestRootMagnitude(double c0, double c1, double c2) {
         return c1 == 0.0 ? 0.0 : std::fabs(c2 / c1);
     const Complex root = std::sqrt(Complex(c1 * c1 - 4.0 * c0 * c2, 0.0));
     return std::max(std::abs((-c1 + root) / (2.0 * c0)), std::abs((-c1 - root) / (2.0 * c0)));
+}
+
+// Worst deviation in dB of the cascade from the analog design over 10 Hz .. 0.45 fs (1/12 octave
+// steps), both levels floored at -80 dB, where a difference says nothing audible.
+double worstDeviation(const Design& d, double sampleRate) {
+    double worst = 0.0;
+    for (double f = 10.0; f < 0.45 * sampleRate * 1.0001; f *= std::exp2(1.0 / 12.0)) {
+        const double w = angular(std::min(f, 0.45 * sampleRate), sampleRate);
+        worst =
+            std::max(worst, std::fabs(std::max(cascadeDb(d, w), -80.0) - std::max(analogDb(d, w), -80.0)));
+    }
+    return worst;
 }
 
 void expectStableAndMinimumPhase(const Design& d) {
@@ -256,4 +269,132 @@ TEST(MatchedSectionDesign, DesignDoesNotAllocate) {
     designDigitalSections(prototype, 0.5, CoefficientCalculation::MatchedMagnitude,
                           DigitalForm::StateVariable, kDynamicGainTolerance, sections.data());
     EXPECT_EQ(counter.count(), 0u);
+}
+
+namespace {
+
+// One family of settings and the worst deviation it may show for f0 up to fs/16, fs/8, fs/4 and
+// 0.4 fs.
+struct AccuracyCase {
+    const char* name;
+    Shape shape;
+    std::vector<float> slopes;
+    std::vector<float> gains;
+    std::vector<float> qs;
+    std::array<double, 4> boundsDb;
+};
+
+void expectAccuracy(const AccuracyCase& c) {
+    constexpr std::array<double, 4> kLimits{1.0 / 16.0, 1.0 / 8.0, 0.25, 0.4};
+    for (double fs : {44100.0, 96000.0})
+        for (double f0 = 30.0; f0 <= 0.4 * fs * 1.0001; f0 *= 2.0)
+            for (double f : {f0, std::min(f0 * 1.41, 0.4 * fs)})
+                for (float slope : c.slopes)
+                    for (float gain : c.gains)
+                        for (float q : c.qs) {
+                            const auto range = static_cast<size_t>(
+                                std::find_if(kLimits.begin(), kLimits.end(),
+                                             [&](double limit) { return f <= limit * fs * 1.0001; }) -
+                                kLimits.begin());
+                            const Design d = design(c.shape, slope, gain, q, angular(f, fs));
+                            EXPECT_LE(worstDeviation(d, fs), c.boundsDb[range])
+                                << c.name << " fs " << fs << " f0 " << f << " slope " << slope << " gain "
+                                << gain << " q " << q;
+                        }
+}
+
+} // namespace
+
+TEST(MatchedSectionDesign, ModerateSettingsMeetTheAccuracyTargets) {
+    // 0.1 dB up to fs/8 where one biquad per analog section can follow the analog curve that far.
+    const AccuracyCase cases[] = {
+        {"bell", Shape::Bell, {1.0f}, {-6.0f, -1.0f, 1.0f, 6.0f}, {0.7f, 1.0f, 2.0f}, {0.1, 0.1, 0.15, 0.2}},
+        {"low shelf",
+         Shape::LowShelf,
+         {0.0f, 1.0f, 3.0f},
+         {-12.0f, -1.0f, 6.0f, 12.0f},
+         {0.7f, 1.0f, 2.0f},
+         {0.1, 0.1, 0.25, 0.25}},
+        {"high shelf", Shape::HighShelf, {1.0f}, {-12.0f, 6.0f}, {1.0f}, {0.1, 0.1, 0.25, 0.25}},
+        {"tilt shelf",
+         Shape::TiltShelf,
+         {0.0f, 1.0f},
+         {-12.0f, -1.0f, 6.0f, 12.0f},
+         {0.7f, 1.0f, 2.0f},
+         {0.1, 0.1, 0.15, 0.25}},
+        {"low cut", Shape::LowCut, {1.0f, 2.0f, 3.0f}, {0.0f}, {1.0f}, {0.1, 0.1, 0.15, 0.3}},
+    };
+    for (const AccuracyCase& c : cases)
+        expectAccuracy(c);
+}
+
+TEST(MatchedSectionDesign, ExtremeSettingsStayWithinTheBoundsOneBiquadPerSectionReaches) {
+    // A digital biquad's response is flat at Nyquist while the analog one keeps moving, so a
+    // section that still changes near the top of the band (a wide +-30 dB bell, a steep shelf or cut
+    // near fs/4, the stop band of a high cut) cannot follow it within 0.1 dB; an exhaustive search
+    // over the interpolation points of single sections found no better than about 0.2 dB for a
+    // -30 dB, Q 1 bell at 10 kHz / 44.1 kHz. These bounds are what the design reaches (the full grid
+    // is printed by the zero_latency_report program); the cascades of a high cut add up their
+    // sections' stop-band deviations.
+    const std::vector<float> gains{-30.0f, -12.0f, 1.0f, 30.0f};
+    const std::vector<float> qs{0.1f, 1.0f, 10.0f};
+    const std::vector<float> slopes{0.0f, 1.0f, 2.0f, 3.0f, 5.0f, 6.0f, 8.0f};
+    const AccuracyCase cases[] = {
+        {"bell", Shape::Bell, {1.0f}, gains, qs, {0.4, 0.4, 0.45, 0.8}},
+        {"four-pole bell", Shape::Bell, {3.0f}, gains, qs, {0.4, 0.4, 1.0, 2.0}},
+        {"low shelf", Shape::LowShelf, {0.0f, 1.0f, 3.0f}, gains, qs, {0.3, 0.6, 1.0, 1.3}},
+        {"tilt shelf", Shape::TiltShelf, {0.0f, 1.0f}, gains, qs, {0.3, 0.6, 0.75, 0.75}},
+        {"low cut", Shape::LowCut, slopes, {0.0f}, {1.0f}, {0.15, 0.25, 1.0, 2.0}},
+        {"high cut", Shape::HighCut, slopes, {0.0f}, {1.0f}, {0.8, 0.9, 1.5, 1.5}},
+        {"notch", Shape::Notch, {1.0f, 3.0f}, {0.0f}, qs, {0.45, 0.45, 0.75, 2.5}},
+        {"band pass", Shape::BandPass, {1.0f, 3.0f}, {0.0f}, qs, {1.1, 1.1, 1.4, 1.8}},
+    };
+    for (const AccuracyCase& c : cases)
+        expectAccuracy(c);
+}
+
+TEST(MatchedSectionDesign, NeverFallsFarBehindTheBilinearDesign) {
+    // The bilinear transform of the whole cascade is exact in shape, only cramped near Nyquist; the
+    // matched design must not trade that for anything worse.
+    for (Shape shape : {Shape::Bell, Shape::LowShelf, Shape::TiltShelf, Shape::LowCut, Shape::HighCut,
+                        Shape::Notch, Shape::BandPass})
+        for (float slope : {1.0f, 3.0f, 8.0f})
+            for (float gain : {-30.0f, 12.0f})
+                for (float q : {0.1f, 1.0f, 10.0f})
+                    for (double f0 : {100.0, 2000.0, 9000.0, 15000.0}) {
+                        const double w0 = angular(f0, 44100.0);
+                        const Design matched = design(shape, slope, gain, q, w0);
+                        const Design bilinear =
+                            design(shape, slope, gain, q, w0, CoefficientCalculation::Bilinear);
+                        EXPECT_LE(worstDeviation(matched, 44100.0), worstDeviation(bilinear, 44100.0) + 0.05)
+                            << static_cast<int>(shape) << " slope " << slope << " gain " << gain << " q " << q
+                            << " f0 " << f0;
+                    }
+}
+
+TEST(MatchedSectionDesign, AnalyticAnchorPointsAreExact) {
+    // Levels that follow from the definitions alone: a Butterworth cut is 3.01 dB down at f0 for
+    // any order, a shelf is at half its gain in dB, Tilt Shelf crosses 0 dB, a notch has its zero.
+    // Shelves only up to fs/8: above, a pole or zero of theirs can lie beyond the band, and the
+    // section is then matched at the one inside it.
+    const double butterworthCorner = -10.0 * std::log10(2.0);
+    for (double fs : {44100.0, 96000.0})
+        for (double f0 : {40.0, 700.0, fs / 8.0, 0.25 * fs, 0.4 * fs}) {
+            const double w0 = angular(f0, fs);
+            for (Shape shape : {Shape::LowCut, Shape::HighCut})
+                for (float slope : {1.0f, 3.0f, 5.0f, 8.0f})
+                    EXPECT_NEAR(cascadeDb(design(shape, slope, 0.0f, 1.0f, w0), w0), butterworthCorner, 0.01)
+                        << static_cast<int>(shape) << " slope " << slope << " f0 " << f0 << " fs " << fs;
+            EXPECT_LT(cascadeDb(design(Shape::Notch, 1.0f, 0.0f, 1.0f, w0), w0), -80.0) << f0 << " " << fs;
+            if (f0 > fs / 8.0)
+                continue;
+            for (float gain : {-24.0f, 9.0f}) {
+                for (float slope : {1.0f, 3.0f})
+                    EXPECT_NEAR(cascadeDb(design(Shape::LowShelf, slope, gain, 1.0f, w0), w0), gain / 2.0,
+                                0.01)
+                        << "shelf slope " << slope << " gain " << gain << " f0 " << f0 << " fs " << fs;
+                EXPECT_NEAR(cascadeDb(design(Shape::TiltShelf, 1.0f, gain, 1.0f, w0), w0), 0.0, 0.01)
+                    << "tilt gain " << gain << " f0 " << f0 << " fs " << fs;
+            }
+        }
 }
