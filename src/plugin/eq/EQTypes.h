@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 // Enumerations of the equaliser's value-list parameters; each value is the item index of its list.
