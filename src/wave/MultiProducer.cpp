@@ -10,6 +10,7 @@ MultiProducer::MultiProducer(Environment* environment, int32_t numOutputs)
     blocks.reserve(count);
     outputs.reserve(count);
     outputData.resize(count);
+    published.resize(count);
     for (int32_t index = 0; index < numOutputs; ++index) {
         blocks.push_back(std::make_unique<BasicBlock<float>>(environment));
         outputs.push_back(std::make_unique<Output>(*this, index));
@@ -23,11 +24,13 @@ void MultiProducer::Output::process(BasicBlock<float>*, int32_t numSamples, int3
 }
 
 void MultiProducer::computeAll(int32_t numSamples) {
-    for (size_t index = 0; index < blocks.size(); ++index)
+    for (size_t index = 0; index < blocks.size(); ++index) {
         outputData[index] = blocks[index]->getData();
+        published[index] = blocks[index].get();
+    }
     processAll(outputData.data(), numSamples);
     for (size_t index = 0; index < outputs.size(); ++index)
-        outputs[index]->publish(blocks[index].get());
+        outputs[index]->publish(published[index]);
 }
 
 } // namespace wave

@@ -46,6 +46,17 @@ public:
     Output* getOutputProducer(int32_t index) const { return outputs[static_cast<size_t>(index)].get(); }
     Environment* getEnvironment() const { return environment; }
 
+protected:
+    // The output's own block, e.g. to mark it constant from processAll.
+    BasicBlock<float>* getOutputBlock(int32_t index) const {
+        return blocks[static_cast<size_t>(index)].get();
+    }
+    // From processAll: the output publishes this block (an input's, or another output's) instead of
+    // its own, so a result equal to an existing block costs no copy.
+    void forwardOutput(int32_t index, BasicBlock<float>* block) {
+        published[static_cast<size_t>(index)] = block;
+    }
+
 private:
     void computeAll(int32_t numSamples);
 
@@ -54,6 +65,7 @@ private:
     std::vector<std::unique_ptr<BasicBlock<float>>> blocks;
     std::vector<std::unique_ptr<Output>> outputs;
     std::vector<float*> outputData;
+    std::vector<BasicBlock<float>*> published;
 };
 
 } // namespace wave
