@@ -1,0 +1,171 @@
+#pragma once
+
+#include "plugin/PluginParameter.h"
+#include "wave/FloatingPointMode.h"
+#include "wave/GenericPluginProcessor.h"
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+namespace frame_test {
+
+constexpr int32_t kMaxChunk = 64;
+constexpr float kSampleRate = 48000.0f;
+// 50 ms at 48 kHz.
+constexpr int32_t kFadeSamples = 2400;
+
+// Delays its input by a fixed number of samples through a plain ring; graph resets clear it.
+class RingDelay : public wave::Filter {
+public:
+    RingDelay(wave::Environment* environment, int32_t delay)
+        : wave::Filter(environment), history(static_cast<size_t>(delay), 0.0f) {
+        joinResets();
+    }
+
+    void processFilter(const float* input, wave::BasicBlock<float>* block, int32_t numSamples,
+                       int32_t) override {
+        float* out = block->getData();
+        for (int32_t i = 0; i < numSamples; ++i) {
+            if (history.empty()) {
+                out[i] = input[i];
+                continue;
+            }
+            out[i] = history[next];
+            history[next] = input[i];
+            next = (next + 1) % history.size();
+        }
+    }
+
+    void reset() override {
+        std::fill(history.begin(), history.end(), 0.0f);
+        next = 0;
+    }
+
+private:
+    std::vector<float> history;
+    size_t next = 0;
+};
+
+// Delays its main input (or its side-chain input) by the product's latency.
+class DelayChannel : public GenericPluginProcessor::Channel {
+public:
+    DelayChannel(GenericPluginProcessor& owner, uint32_t flags, int32_t latency, bool fromSideChain)
+        : GenericPluginProcessor::Channel(owner, flags), delay(owner.getEnvironment(), latency) {
+        delay.setInput(fromSideChain ? static_cast<wave::Producer*>(&getSideChainInput()) : &getMainInput());
+    }
+
+    RingDelay delay;
+};
+
+// What the test product saw, in order. Storage is reserved up front so that recording never
+// allocates inside the allocation checks.
+struct MidiRecord {
+    int32_t offset;
+    int64_t processedBefore;
+};
+
+// A product whose processing is a known delay (its reported latency) and a gain. The gain is the
+// "Gain" parameter times the last sample-accurate gain point. A MIDI controller message sets the
+// gain parameter through the parameter queue, as another thread would.
+class TestProcessor : public GenericPluginProcessor {
+public:
+    struct Config {
+        int32_t latency = 0;
+        int32_t numChannels = 1;
+        int32_t tail = kNoTail;
+        bool fromSideChain = false;
+    };
+
+    explicit TestProcessor(const Config& setup) : tail(setup.tail) {
+        chunkSizes.reserve(100000);
+        midiRecords.reserve(1000);
+        initialize(kMaxChunk, static_cast<int32_t>(kSampleRate));
+        setSampleRate(kSampleRate);
+        setLatency(setup.latency);
+        for (int32_t channel = 0; channel < setup.numChannels; ++channel) {
+            const uint32_t flags = channel == 0 ? Channel::kLeftSide : Channel::kRightSide;
+            addChannel(std::make_unique<DelayChannel>(*this, flags, setup.latency, setup.fromSideChain));
+        }
+        setBypassParameterIndex(bypass.getIndex());
+        setProcessing(true);
+    }
+    TestProcessor() : TestProcessor(Config{}) {}
+    ~TestProcessor() override { terminate(); }
+
+    void changeLatency(int32_t samples) { setLatency(samples); }
+
+    FloatPluginParameter gain{*this, "Gain", 0.0f, 2.0f, 1.0f};
+    FloatPluginParameter bypass{*this, "Bypass", 0.0f, 1.0f, 0.0f};
+
+    float pointGain = 1.0f;
+    int32_t tail;
+    std::vector<int32_t> chunkSizes;
+    int64_t processedSamples = 0;
+    std::vector<MidiRecord> midiRecords;
+    uint32_t modeWhileProcessing = 0;
+    int32_t transportStarts = 0;
+    float tempoSeen = 0.0f;
+    double beatSeen = -1.0;
+
+protected:
+    void processChannels(float* const* buffers, int32_t numChannels, int32_t numSamples) override {
+        chunkSizes.push_back(numSamples);
+        modeWhileProcessing = ScopedFlushToZero::currentMode();
+        const float g = gain.getValue() * pointGain;
+        for (int32_t channel = 0; channel < numChannels; ++channel) {
+            const float* delayed =
+                static_cast<DelayChannel&>(getChannel(channel)).delay.fetch(numSamples)->getData();
+            for (int32_t i = 0; i < numSamples; ++i)
+                buffers[channel][i] = delayed[i] * g;
+        }
+        processedSamples += numSamples;
+    }
+
+    int32_t getTailSamples() const override { return tail; }
+
+    void applyParameterPoint(int32_t index, float value) override {
+        if (index == gain.getIndex())
+            pointGain = value;
+    }
+
+    void tempoChanged(float tempo, double beatPosition) override {
+        tempoSeen = tempo;
+        beatSeen = beatPosition;
+    }
+
+    void transportStarted() override { ++transportStarts; }
+
+    std::unique_ptr<MidiReceiver> createMidiReceiver() override { return std::make_unique<Receiver>(*this); }
+
+private:
+    class Receiver : public MidiReceiver {
+    public:
+        explicit Receiver(TestProcessor& owner) : owner(owner) {}
+        void receiveMidiEvent(const MidiEvent& event) override {
+            owner.midiRecords.push_back({event.offset, owner.processedSamples});
+            if (event.status == 0xb0)
+                owner.setParameter(owner.gain.getIndex(), static_cast<float>(event.data2) / 100.0f, true);
+        }
+
+    private:
+        TestProcessor& owner;
+    };
+};
+
+// Runs a mono signal through the processor in host blocks of blockSize; returns the output.
+inline std::vector<float> runMono(GenericPluginProcessor& processor, const std::vector<float>& input,
+                                  int32_t blockSize, uint32_t hostFlags = 0) {
+    std::vector<float> output(input.size(), -99.0f);
+    for (size_t start = 0; start < input.size(); start += static_cast<size_t>(blockSize)) {
+        const auto count =
+            static_cast<int32_t>(std::min(input.size() - start, static_cast<size_t>(blockSize)));
+        const float* in = input.data() + start;
+        float* out = output.data() + start;
+        uint32_t flags = hostFlags;
+        processor.process(&in, nullptr, &out, 1, count, flags);
+    }
+    return output;
+}
+
+} // namespace frame_test
