@@ -5,6 +5,8 @@
 #include "eq/EQFilter.h"
 #include "wave/Environment.h"
 
+#include "BenchSupport.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -43,12 +45,6 @@ std::vector<float> signal() {
     return samples;
 }
 
-void setCounter(benchmark::State& state, double samplesPerIteration) {
-    state.counters["ns_per_sample_section"] =
-        benchmark::Counter(static_cast<double>(state.iterations()) * samplesPerIteration,
-                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-}
-
 // Arguments: form (0 direct, 1 state-variable), sections, channels (1 mono, 2 joint).
 void BM_BiquadCascade(benchmark::State& state) {
     const auto form = static_cast<DigitalForm>(state.range(0));
@@ -68,7 +64,8 @@ void BM_BiquadCascade(benchmark::State& state) {
         benchmark::DoNotOptimize(left.data());
         benchmark::DoNotOptimize(right.data());
     }
-    setCounter(state, static_cast<double>(kBlock) * sections * (joint ? 2 : 1));
+    bench_support::reportPerUnit(state, "ns_per_sample_section",
+                                 static_cast<double>(kBlock) * sections * (joint ? 2 : 1));
 }
 BENCHMARK(BM_BiquadCascade)->ArgsProduct({{0, 1}, {1, 4, 8}, {1, 2}});
 
@@ -90,7 +87,8 @@ void BM_EQFilterAutomated(benchmark::State& state) {
         filter.processBlock(samples.data(), samples.data(), kBlock);
         benchmark::DoNotOptimize(samples.data());
     }
-    setCounter(state, static_cast<double>(kBlock) * filter.getNumberOfSections());
+    bench_support::reportPerUnit(state, "ns_per_sample_section",
+                                 static_cast<double>(kBlock) * filter.getNumberOfSections());
 }
 BENCHMARK(BM_EQFilterAutomated)->Arg(0)->Arg(1);
 

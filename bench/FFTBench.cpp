@@ -4,6 +4,8 @@
 #include "eq/FFTPlan.h"
 #include "eq/FFTStepper.h"
 
+#include "BenchSupport.h"
+
 #include <benchmark/benchmark.h>
 #include <fftw3.h>
 
@@ -14,15 +16,6 @@
 #include <vector>
 
 namespace {
-
-template <class T>
-std::vector<T> testSignal(int32_t size) {
-    std::vector<T> signal(static_cast<size_t>(size));
-    for (int32_t i = 0; i < size; ++i)
-        signal[static_cast<size_t>(i)] =
-            static_cast<T>(std::sin(0.001 * (static_cast<int64_t>(i) * i % 100003)));
-    return signal;
-}
 
 // FFTW's plan, data arrays and execute call for one precision.
 template <class T>
@@ -96,7 +89,7 @@ void ourRealFft(benchmark::State& state) {
     const FFTPlan<T> plan(size);
     FFTStepper<T> stepper(plan);
     stepper.selectCode(code);
-    const std::vector<T> input = testSignal<T>(size);
+    const std::vector<T> input = bench_support::testSignal<T>(static_cast<size_t>(size));
     std::vector<T> spectrum(input.size());
     auto ours = [&] {
         stepper.forward(input.data(), spectrum.data());
@@ -117,7 +110,7 @@ template <class T>
 void fftwRealFft(benchmark::State& state) {
     const auto size = static_cast<int32_t>(state.range(0));
     Fftw<T> reference(size);
-    const std::vector<T> input = testSignal<T>(size);
+    const std::vector<T> input = bench_support::testSignal<T>(static_cast<size_t>(size));
     std::copy(input.begin(), input.end(), reference.in);
     for (auto _ : state) {
         reference.execute();
@@ -129,14 +122,14 @@ void fftwRealFft(benchmark::State& state) {
 template <class T>
 void multiplySpectra(benchmark::State& state) {
     const auto size = static_cast<int32_t>(state.range(0));
-    const std::vector<T> a = testSignal<T>(size), b = testSignal<T>(size + 7);
+    const std::vector<T> a = bench_support::testSignal<T>(static_cast<size_t>(size)),
+                         b = bench_support::testSignal<T>(static_cast<size_t>(size + 7));
     std::vector<T> accumulator(a.size());
     for (auto _ : state) {
         FFTPlan<T>::multiplySpectra(a.data(), b.data(), accumulator.data(), size, true);
         benchmark::DoNotOptimize(accumulator.data());
     }
-    state.counters["per_bin"] = benchmark::Counter(static_cast<double>(state.iterations()) * (size / 2 + 1),
-                                                   benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    bench_support::reportPerUnit(state, "per_bin", size / 2 + 1);
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 #include "wave/FloatParameter.h"
 #include "wave/Input.h"
 
+#include "BenchSupport.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -12,18 +14,8 @@
 
 namespace {
 
-void reportPerSample(benchmark::State& state, int64_t samplesPerIteration) {
-    state.counters["per_sample"] =
-        benchmark::Counter(static_cast<double>(state.iterations() * samplesPerIteration),
-                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-}
-
-std::vector<float> testSignal(size_t length) {
-    std::vector<float> signal(length);
-    for (size_t i = 0; i < length; ++i)
-        signal[i] = std::sin(0.001f * static_cast<float>(i * i % 100003));
-    return signal;
-}
+using bench_support::reportPerSample;
+using bench_support::testSignal;
 
 class Gain : public wave::Filter {
 public:

@@ -9,6 +9,8 @@
 #include "wave/NoiseFilter.h"
 #include "wave/PeakHold.h"
 
+#include "BenchSupport.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -16,20 +18,10 @@
 
 namespace {
 
+using bench_support::reportPerSample;
+using bench_support::testSignal;
+
 constexpr int32_t kBlockSize = 256;
-
-void reportPerSample(benchmark::State& state, int64_t samplesPerIteration) {
-    state.counters["per_sample"] =
-        benchmark::Counter(static_cast<double>(state.iterations() * samplesPerIteration),
-                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-}
-
-std::vector<float> testSignal(size_t length) {
-    std::vector<float> signal(length);
-    for (size_t i = 0; i < length; ++i)
-        signal[i] = std::sin(0.001f * static_cast<float>(i * i % 100003));
-    return signal;
-}
 
 // Pulls one block through a graph object per iteration, fed with the same test block.
 void runBlocks(benchmark::State& state, wave::Environment& environment, wave::FilterBase& block) {
