@@ -8,7 +8,11 @@
 
 GenericPluginProcessor::BypassProcessor::BypassProcessor(GenericPluginProcessor& owner)
     : owner(owner), environment(*owner.getEnvironment()), mix(&environment, 0.0f), dryBlock(&environment),
-      latency(std::max(owner.latency, 0)) {}
+      latency(std::max(owner.latency, 0)), tailState(initialTailState()) {}
+
+int32_t GenericPluginProcessor::BypassProcessor::initialTailState() const {
+    return owner.getTailSamples() == kNoTail ? kProducing : 0;
+}
 
 void GenericPluginProcessor::BypassProcessor::addChannel() {
     dryDelays[static_cast<size_t>(numDelays)] = std::make_unique<wave::Delay>(&environment, latency, latency);
@@ -67,10 +71,12 @@ void GenericPluginProcessor::BypassProcessor::process(const float* const* inputs
 
     if (restartPending) {
         restartPending = false;
-        tailState = kProducing;
-        waiting = false;
-        lastMix = bypassed ? 1.0f : 0.0f;
-        mix.jumpTo(lastMix);
+        tailState = initialTailState();
+        if (waiting) {
+            waiting = false;
+            lastMix = 0.0f;
+            mix.jumpTo(lastMix);
+        }
     }
     if (waiting) {
         if (waitCountdown < 1)
@@ -115,10 +121,14 @@ bool GenericPluginProcessor::BypassProcessor::processWet(const float* const* inp
                                                          int32_t numSamples, uint32_t& silenceFlags) {
     const bool inputSilent = (silenceFlags & kInputSilent) != 0;
     const int32_t tail = owner.getTailSamples();
+    // Sound coming in starts the tail count afresh once the input falls silent again; otherwise a
+    // count that ran out while the signal still flowed would cut the next tail short.
     if (!inputSilent)
         tailState = kProducing;
-    else if (tailState == kProducing && tail != kInfiniteTail)
-        tailState = latency + std::max(tail, 0);
+    else if (tailState == kProducing && tail >= 0)
+        tailState = latency + tail;
+    else if (tailState == kProducing && latency > 0)
+        tailState = latency;
 
     for (int32_t channel = 0; channel < numChannels; ++channel)
         wetPointers[static_cast<size_t>(channel)] = outputs[channel] + offset;
@@ -133,8 +143,8 @@ bool GenericPluginProcessor::BypassProcessor::processWet(const float* const* inp
     }
 
     owner.processChannels(wetPointers.data(), numChannels, numSamples);
-    if (tailState == kProducing) {
-        if (inputSilent && environment.isAtRest() &&
+    if (tailState < 0) {
+        if (inputSilent && tail == kInfiniteTail && environment.isAtRest() &&
             owner.isOutputSilent(wetPointers.data(), numChannels, numSamples))
             tailState = 0;
         else
@@ -142,9 +152,13 @@ bool GenericPluginProcessor::BypassProcessor::processWet(const float* const* inp
         return true;
     }
     tailState = std::max(0, tailState - numSamples);
-    // A graph still ringing past the declared tail keeps being processed until it settles.
-    if (tailState == 0 && !environment.isAtRest())
+    // A tail that is not a count hands over to silence detection; a graph still ringing past the
+    // declared count keeps being processed until it settles.
+    if (tailState == 0 && tail < 0)
+        tailState = kTailUnknown;
+    else if (tailState == 0 && !environment.isAtRest())
         tailState = 1;
+    // The block still carries the end of the tail, whatever the graph says.
     silenceFlags &= ~kOutputSilent;
     return true;
 }

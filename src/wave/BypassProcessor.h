@@ -16,14 +16,17 @@
 // Threading: audio thread, except the constructor and addChannel.
 class GenericPluginProcessor::BypassProcessor {
 public:
-    // Tail state: still producing (the count has not started); 0 at rest; above 0 samples of tail left.
+    // Tail state: still producing (the count has not started); 0 at rest; above 0 samples of tail
+    // left; or the declared tail ran out on a product whose tail is not a count.
     static constexpr int32_t kProducing = -1;
+    static constexpr int32_t kTailUnknown = -2;
 
     explicit BypassProcessor(GenericPluginProcessor& owner);
 
     // Builds the dry delay of one more channel.
     void addChannel();
-    // The first block after processing starts lands on the requested bypass state at once.
+    // The first block after processing starts: a fade-in still waiting for the processed signal
+    // lands at once, as no delayed signal from before the stop is worth waiting for.
     void restart() { restartPending = true; }
     void setBypassed(bool bypassed);
     bool isBypassed() const { return bypassed; }
@@ -39,6 +42,8 @@ public:
 
 private:
     void startFade();
+    // The tail state of a product that has not produced anything yet.
+    int32_t initialTailState() const;
     void rebuildDryDelays();
     // Runs the product unless the tail is over; false when processing was skipped.
     bool processWet(const float* const* inputs, float* const* outputs, int32_t numChannels, int32_t offset,

@@ -46,6 +46,8 @@ void GenericPluginProcessor::initialize(int32_t maxBlockSize, int32_t secondSize
     environment->setPrimarySampleRateListener(&rateForwarder);
     midiReceiver = createMidiReceiver();
     bypassProcessor = std::make_unique<BypassProcessor>(*this);
+    if ((flags & kMidiOutputFlag) != 0)
+        outgoingMidi = std::make_unique<wave::LockFreeRing<MidiEvent, kOutgoingMidiQueueSize>>();
 }
 
 void GenericPluginProcessor::terminate() {
@@ -86,7 +88,16 @@ void GenericPluginProcessor::setProcessing(bool processing) {
         bypassProcessor->restart();
 }
 
+void GenericPluginProcessor::setImmediateAction(int32_t index, ImmediateAction* action) {
+    if (action != nullptr)
+        immediateActions[index] = action;
+    else
+        immediateActions.erase(index);
+}
+
 void GenericPluginProcessor::setParameter(int32_t index, float value, bool fromHost) {
+    if (const auto found = immediateActions.find(index); found != immediateActions.end())
+        found->second->applyImmediately(index, value);
     parameterQueue.push({index, value});
     if (!fromHost && adapter != nullptr)
         adapter->processorParameterChanged(index, value);
@@ -124,9 +135,15 @@ void GenericPluginProcessor::applyBypassRequest() {
 void GenericPluginProcessor::parameterChanged(int32_t index) {
     for (auto& channel : channels)
         channel->parameterChanged(index);
-    if (index < 0 || index != bypassParameterIndex)
+    const AbstractPluginParameter* parameter = index >= 0 ? getParameter(index) : nullptr;
+    if (parameter == nullptr)
         return;
-    if (const AbstractPluginParameter* parameter = getParameter(index)) {
+    if (index == modeParameterIndex) {
+        mode = roundToInt(parameter->getPlain());
+        if (mode == 1)
+            setMode(1.0f);
+    }
+    if (index == bypassParameterIndex) {
         parameterBypass = roundToInt(parameter->getPlain()) != 0;
         applyBypassRequest();
     }
@@ -190,11 +207,42 @@ float GenericPluginProcessor::getMeterValue(int32_t meterIndex, bool combineMax)
     return value;
 }
 
+void GenericPluginProcessor::setRealTimeDataSource(int32_t list, int32_t slot, RealTimeDataSource* source) {
+    if (list < 0 || list >= kNumRealTimeLists || slot < 0)
+        return;
+    auto& sources = realTimeSources[static_cast<size_t>(list)];
+    if (sources.size() <= static_cast<size_t>(slot))
+        sources.resize(static_cast<size_t>(slot) + 1, nullptr);
+    sources[static_cast<size_t>(slot)] = source;
+}
+
+void GenericPluginProcessor::answerRealTimeRequest(BinaryDataReader& request, BinaryDataWriter& stream) {
+    readRealTimeRequest(request);
+    writeRealTimeData(stream);
+}
+
 void GenericPluginProcessor::writeRealTimeData(BinaryDataWriter& stream) {
     std::atomic_ref<int32_t>(samplesSinceRequest).store(0);
-    for (auto* source : realTimeSources)
-        source->writeRealTimeData(stream);
+    for (const auto& sources : realTimeSources) {
+        for (auto* source : sources) {
+            if (source != nullptr)
+                source->writeRealTimeData(stream);
+        }
+    }
     stream.writeFloat(tempo);
+    if (outgoingMidi == nullptr)
+        return;
+    MidiEvent event;
+    while (outgoingMidi->pop(event)) {
+        const uint8_t group[] = {1, event.status, event.data1, event.data2};
+        stream.writeRaw(group, sizeof(group));
+    }
+    const uint8_t end = 0;
+    stream.writeRaw(&end, 1);
+}
+
+bool GenericPluginProcessor::sendMidiEvent(const MidiEvent& event) {
+    return outgoingMidi != nullptr && outgoingMidi->push(event);
 }
 
 int32_t GenericPluginProcessor::getSamplesSinceRealTimeRequest() const {
@@ -265,13 +313,27 @@ void GenericPluginProcessor::process(const float* const* inputs, const float* co
         tempoPending = false;
     }
     silenceFlags |= kOutputSilent;
-    if (!active) {
+    bool midiSeen = false;
+    if (active) {
+        midiSeen = processEventsAndAudio(inputs, sideChain, outputs, std::min(numChannels, getNumChannels()),
+                                         numSamples, silenceFlags);
+    } else {
         for (int32_t channel = 0; channel < numChannels; ++channel)
             std::fill_n(outputs[channel], numSamples, 0.0f);
-        return;
     }
-    numChannels = std::min(numChannels, getNumChannels());
+    // Events past the block's end, or of a stopped block, still reach the receiver, after the audio.
+    MidiEvent late;
+    while (midiEvents.pop(late)) {
+        handleMidiEvent(late);
+        midiSeen = true;
+    }
+    if (midiSeen && adapter != nullptr)
+        adapter->midiHandled(midiNotification);
+}
 
+bool GenericPluginProcessor::processEventsAndAudio(const float* const* inputs, const float* const* sideChain,
+                                                   float* const* outputs, int32_t numChannels,
+                                                   int32_t numSamples, uint32_t& silenceFlags) {
     bool midiSeen = false;
     int32_t offset = 0;
     for (;;) {
@@ -301,14 +363,7 @@ void GenericPluginProcessor::process(const float* const* inputs, const float* co
         processStretch(inputs, sideChain, outputs, numChannels, offset, end, silenceFlags);
         offset = end;
     }
-    // Events past the block's end still reach the receiver, after the audio.
-    MidiEvent late;
-    while (midiEvents.pop(late)) {
-        handleMidiEvent(late);
-        midiSeen = true;
-    }
-    if (midiSeen && adapter != nullptr)
-        adapter->midiHandled(midiNotification);
+    return midiSeen;
 }
 
 bool GenericPluginProcessor::isOutputSilent(const float* const* buffers, int32_t numChannels,

@@ -6,10 +6,13 @@
 #include "wave/LevelSource.h"
 #include "wave/LockFreeRing.h"
 
+#include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <vector>
 
+class BinaryDataReader;
 class BinaryDataWriter;
 
 // The audio side of a plug-in of the family. The host layer hands it every host block; the frame
@@ -21,9 +24,9 @@ class BinaryDataWriter;
 //
 // Threading: initialize, terminate, channel and meter registration, setLatency and setProcessing
 // run while the audio thread is not processing. process, setTransport, setHostBypass,
-// queueParameterAt and queueMidiEvent run on the audio thread. setParameter, the suspend calls,
-// getMeterValue and writeRealTimeData may run on any thread. Nothing on the audio path allocates
-// or locks.
+// queueParameterAt, queueMidiEvent and sendMidiEvent run on the audio thread. setParameter, the
+// suspend calls, getMeterValue and the real-time request (one polling thread) may run on any thread. Nothing
+// on the audio path allocates or locks.
 class GenericPluginProcessor : public GenericPluginBase {
 public:
     class Channel;
@@ -42,6 +45,14 @@ public:
     public:
         virtual ~MidiReceiver() = default;
         virtual void receiveMidiEvent(const MidiEvent& event) = 0;
+    };
+
+    // What a parameter does at once when it is set, on the setting thread, before the audio
+    // thread applies the queued value.
+    class ImmediateAction {
+    public:
+        virtual ~ImmediateAction() = default;
+        virtual void applyImmediately(int32_t index, float value) = 0;
     };
 
     // Implemented by the host layer.
@@ -87,6 +98,11 @@ public:
     static constexpr uint32_t kParameterQueueSize = 8192;
     static constexpr uint32_t kParameterPointRingSize = 128;
     static constexpr uint32_t kMidiQueueSize = 1024;
+    static constexpr uint32_t kOutgoingMidiQueueSize = 32;
+    // The feature flag of products that send MIDI: only they get the outgoing queue.
+    static constexpr uint32_t kMidiOutputFlag = 0x1000;
+    // The real-time sources form two lists, written one after the other.
+    static constexpr int32_t kNumRealTimeLists = 2;
     static constexpr float kDefaultTempo = 120.0f;
     static constexpr float kBypassFadeMs = 50.0f;
     // The beat position runs freely in [0, kBeatWrap) while the host transport stands still.
@@ -131,6 +147,11 @@ public:
 
     void setHostBypass(bool bypass);
     void setBypassParameterIndex(int32_t index) { bypassParameterIndex = index; }
+    void setModeParameterIndex(int32_t index) { modeParameterIndex = index; }
+    // The integer value of the mode parameter, last seen on the audio thread.
+    int32_t getMode() const { return mode; }
+    // Registered while setting up, before any thread sets parameters.
+    void setImmediateAction(int32_t index, ImmediateAction* action);
     bool isBypassRequested() const { return hostBypass || parameterBypass; }
 
     int32_t getLatency() const { return latency; }
@@ -149,11 +170,18 @@ public:
     void setFirstPerChannelMeter(int32_t index) { firstPerChannelMeter = index; }
     float getMeterValue(int32_t meterIndex, bool combineMax) const;
 
-    void addRealTimeDataSource(RealTimeDataSource* source) { realTimeSources.push_back(source); }
+    // Sources write in list order and, inside a list, in slot order; empty slots are skipped.
+    void setRealTimeDataSource(int32_t list, int32_t slot, RealTimeDataSource* source);
+    // The host layer hands over the display's request and the stream for the answer.
+    void answerRealTimeRequest(BinaryDataReader& request, BinaryDataWriter& stream);
     virtual void writeRealTimeData(BinaryDataWriter& stream);
     int32_t getSamplesSinceRealTimeRequest() const;
 
     void setAdapter(ProcessorAdapter* newAdapter) { adapter = newAdapter; }
+
+    // Audio thread. False without the outgoing queue (see kMidiOutputFlag) or when it is full.
+    bool sendMidiEvent(const MidiEvent& event);
+    bool hasMidiOutput() const { return outgoingMidi != nullptr; }
 
     // True when no sample differs from zero by more than the float epsilon (NaN counts as signal).
     static bool isSilent(const float* samples, int32_t numSamples);
@@ -170,8 +198,10 @@ protected:
     virtual void processChannels(float* const* buffers, int32_t numChannels, int32_t numSamples) = 0;
     // Asked with silent input once the graph is at rest, for products with an infinite tail.
     virtual bool isOutputSilent(const float* const* buffers, int32_t numChannels, int32_t numSamples);
-    // Samples the output rings on after the input fell silent, kInfiniteTail or kNoTail.
-    virtual int32_t getTailSamples() const { return kNoTail; }
+    // Samples the output rings on after the input fell silent, kInfiniteTail or kNoTail. A product
+    // that keeps the default is watched for silence through isOutputSilent; one that answers kNoTail
+    // is never skipped.
+    virtual int32_t getTailSamples() const { return kInfiniteTail; }
     virtual void tempoChanged(float, double) {}
     // The product calls this version too: it forwards to the channels and handles bypass.
     virtual void parameterChanged(int32_t index);
@@ -181,6 +211,10 @@ protected:
     virtual void globalShutdown() {}
     virtual std::unique_ptr<MidiReceiver> createMidiReceiver() { return nullptr; }
     virtual void transportStarted() {}
+    // Called when the mode parameter turns 1.
+    virtual void setMode(float) {}
+    // The request's contents belong to the plug-in model; the default ignores them.
+    virtual void readRealTimeRequest(BinaryDataReader&) {}
 
     // The dry delays follow at the next graph block.
     void setLatency(int32_t samples) { latency = samples; }
@@ -207,6 +241,10 @@ private:
     // Processes [offset, end) in graph blocks no longer than the maximum block size.
     void processStretch(const float* const* inputs, const float* const* sideChain, float* const* outputs,
                         int32_t numChannels, int32_t offset, int32_t end, uint32_t& silenceFlags);
+    // Walks the block from MIDI event to parameter point; true when a MIDI event was handled.
+    bool processEventsAndAudio(const float* const* inputs, const float* const* sideChain,
+                               float* const* outputs, int32_t numChannels, int32_t numSamples,
+                               uint32_t& silenceFlags);
     // Samples from offset to the next due parameter point, or -1 when none is queued.
     int32_t offsetOfNextPoint(int32_t offset) const;
 
@@ -222,6 +260,8 @@ private:
     bool hostBypass = false;
     bool parameterBypass = false;
     int32_t bypassParameterIndex = -1;
+    int32_t modeParameterIndex = -1;
+    int32_t mode = 0;
     int32_t latency = 0;
 
     float tempo = kDefaultTempo;
@@ -240,10 +280,12 @@ private:
     wave::LockFreeRing<ParameterChange, kParameterQueueSize> parameterQueue;
     wave::LockFreeRing<ParameterPoint, kParameterPointRingSize> parameterPoints;
     wave::LockFreeRing<MidiEvent, kMidiQueueSize> midiEvents;
+    std::unique_ptr<wave::LockFreeRing<MidiEvent, kOutgoingMidiQueueSize>> outgoingMidi;
+    std::map<int32_t, ImmediateAction*> immediateActions;
 
     std::vector<std::vector<LevelSource*>> meters;
     int32_t firstPerChannelMeter = 0;
-    std::vector<RealTimeDataSource*> realTimeSources;
+    std::array<std::vector<RealTimeDataSource*>, kNumRealTimeLists> realTimeSources;
 };
 
 // One processing channel: the host's buffers enter the graph here; the product's subclass adds

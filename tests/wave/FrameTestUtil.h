@@ -75,19 +75,22 @@ public:
         int32_t numChannels = 1;
         int32_t tail = kNoTail;
         bool fromSideChain = false;
+        uint32_t featureFlags = 0;
     };
 
     explicit TestProcessor(const Config& setup) : tail(setup.tail) {
         chunkSizes.reserve(100000);
         midiRecords.reserve(1000);
+        flags = setup.featureFlags;
         initialize(kMaxChunk, static_cast<int32_t>(kSampleRate));
         setSampleRate(kSampleRate);
         setLatency(setup.latency);
         for (int32_t channel = 0; channel < setup.numChannels; ++channel) {
-            const uint32_t flags = channel == 0 ? Channel::kLeftSide : Channel::kRightSide;
-            addChannel(std::make_unique<DelayChannel>(*this, flags, setup.latency, setup.fromSideChain));
+            const uint32_t speakers = channel == 0 ? Channel::kLeftSide : Channel::kRightSide;
+            addChannel(std::make_unique<DelayChannel>(*this, speakers, setup.latency, setup.fromSideChain));
         }
         setBypassParameterIndex(bypass.getIndex());
+        setModeParameterIndex(mode.getIndex());
         setProcessing(true);
     }
     TestProcessor() : TestProcessor(Config{}) {}
@@ -97,6 +100,7 @@ public:
 
     FloatPluginParameter gain{*this, "Gain", 0.0f, 2.0f, 1.0f};
     FloatPluginParameter bypass{*this, "Bypass", 0.0f, 1.0f, 0.0f};
+    FloatPluginParameter mode{*this, "Mode", 0.0f, 2.0f, 0.0f};
 
     float pointGain = 1.0f;
     int32_t tail;
@@ -107,6 +111,7 @@ public:
     int32_t transportStarts = 0;
     float tempoSeen = 0.0f;
     double beatSeen = -1.0;
+    std::vector<float> modeCalls;
 
 protected:
     void processChannels(float* const* buffers, int32_t numChannels, int32_t numSamples) override {
@@ -135,6 +140,8 @@ protected:
     }
 
     void transportStarted() override { ++transportStarts; }
+
+    void setMode(float value) override { modeCalls.push_back(value); }
 
     std::unique_ptr<MidiReceiver> createMidiReceiver() override { return std::make_unique<Receiver>(*this); }
 

@@ -108,6 +108,15 @@ TEST(GenericPluginProcessorTest, EventsPastTheBlockEndAreHandedOverAfterTheAudio
     runMono(processor, std::vector<float>(100, 1.0f), 100);
     ASSERT_EQ(processor.midiRecords.size(), 1u);
     EXPECT_EQ(processor.midiRecords[0].processedBefore, 100);
+
+    // A stopped block hands its events over too, rather than leave them to a later block.
+    processor.setProcessing(false);
+    processor.queueMidiEvent({3, 0x90, 62, 100});
+    runMono(processor, std::vector<float>(10, 1.0f), 10);
+    processor.setProcessing(true);
+    runMono(processor, std::vector<float>(10, 1.0f), 10);
+    ASSERT_EQ(processor.midiRecords.size(), 2u);
+    EXPECT_EQ(processor.midiRecords[1].processedBefore, 100);
 }
 
 TEST(GenericPluginProcessorTest, ParameterPointsLandOnTheirSample) {
@@ -302,6 +311,157 @@ TEST(GenericPluginProcessorTest, RealTimeRequestsKeepTheDisplayFlagAlive) {
     runMono(processor, std::vector<float>(1000, 0.0f), kMaxChunk);
     EXPECT_FALSE(environment.isDisplayActive());
     EXPECT_EQ(processor.getSamplesSinceRealTimeRequest(), 48000);
+}
+
+TEST(GenericPluginProcessorTest, ModeParameterCallsTheModeSetterWhenItTurnsOne) {
+    TestProcessor processor;
+    const int32_t modeIndex = processor.mode.getIndex();
+    const auto setAndRun = [&](float value) {
+        processor.setParameter(modeIndex, value, true);
+        runMono(processor, std::vector<float>(4, 1.0f), 4);
+    };
+    setAndRun(2.0f);
+    EXPECT_EQ(processor.getMode(), 2);
+    EXPECT_TRUE(processor.modeCalls.empty());
+    // 0.6 rounds to mode 1.
+    setAndRun(0.6f);
+    EXPECT_EQ(processor.getMode(), 1);
+    setAndRun(0.0f);
+    EXPECT_EQ(processor.getMode(), 0);
+    setAndRun(1.0f);
+    EXPECT_EQ(processor.modeCalls, (std::vector<float>{1.0f, 1.0f}));
+    // Other parameters leave the mode alone.
+    setAndRun(2.0f);
+    processor.setParameter(processor.gain.getIndex(), 1.0f, true);
+    runMono(processor, std::vector<float>(4, 1.0f), 4);
+    EXPECT_EQ(processor.getMode(), 2);
+}
+
+// Remembers what it saw of the parameter when the immediate action ran.
+class GainWatcher : public GenericPluginProcessor::ImmediateAction {
+public:
+    explicit GainWatcher(const TestProcessor& processor) : processor(processor) {}
+    void applyImmediately(int32_t index, float value) override {
+        seen.push_back({index, value, processor.gain.getValue()});
+    }
+    struct Seen {
+        int32_t index;
+        float value;
+        float gainThen;
+    };
+    std::vector<Seen> seen;
+
+private:
+    const TestProcessor& processor;
+};
+
+TEST(GenericPluginProcessorTest, ImmediateActionRunsAtOnceAndTheValueStillQueues) {
+    TestProcessor processor;
+    GainWatcher watcher(processor);
+    const int32_t gainIndex = processor.gain.getIndex();
+    processor.setImmediateAction(gainIndex, &watcher);
+    processor.setParameter(gainIndex, 0.5f, true);
+    processor.setParameter(processor.mode.getIndex(), 1.0f, true);
+    ASSERT_EQ(watcher.seen.size(), 1u);
+    EXPECT_EQ(watcher.seen[0].index, gainIndex);
+    EXPECT_EQ(watcher.seen[0].value, 0.5f);
+    EXPECT_EQ(watcher.seen[0].gainThen, 1.0f);
+    EXPECT_EQ(runMono(processor, std::vector<float>(4, 1.0f), 4), std::vector<float>(4, 0.5f));
+
+    processor.setImmediateAction(gainIndex, nullptr);
+    processor.setParameter(gainIndex, 0.25f, true);
+    EXPECT_EQ(watcher.seen.size(), 1u);
+}
+
+class FixedRecord : public GenericPluginProcessor::RealTimeDataSource {
+public:
+    explicit FixedRecord(uint32_t value) : value(value) {}
+    void writeRealTimeData(BinaryDataWriter& stream) override { stream.writeUInt32(value); }
+
+private:
+    uint32_t value;
+};
+
+// Reads a word from the display's request and echoes it after the frame's record.
+class EchoingProcessor : public TestProcessor {
+public:
+    using TestProcessor::TestProcessor;
+
+protected:
+    void readRealTimeRequest(BinaryDataReader& request) override { requested = request.readUInt32(); }
+    void writeRealTimeData(BinaryDataWriter& stream) override {
+        TestProcessor::writeRealTimeData(stream);
+        stream.writeUInt32(requested);
+    }
+
+private:
+    uint32_t requested = 0;
+};
+
+std::vector<uint32_t> wordsOf(const std::vector<uint8_t>& bytes, size_t count) {
+    std::vector<uint32_t> words(count);
+    std::memcpy(words.data(), bytes.data(), count * 4);
+    return words;
+}
+
+TEST(GenericPluginProcessorTest, RealTimeAnswerReadsTheRequestAndWritesBothSourceListsInOrder) {
+    EchoingProcessor processor(Config{});
+    FixedRecord first(11);
+    FixedRecord second(22);
+    FixedRecord third(33);
+    processor.setRealTimeDataSource(1, 0, &third);
+    processor.setRealTimeDataSource(0, 2, &second);
+    processor.setRealTimeDataSource(0, 0, &first);
+    processor.setRealTimeDataSource(2, 0, &first);
+    processor.setTransport(120.0f, 0.0f, false);
+
+    const std::vector<uint8_t> request{0x78, 0x56, 0x34, 0x12};
+    BinaryMemoryReader reader(request);
+    BinaryMemoryWriter writer;
+    processor.answerRealTimeRequest(reader, writer);
+    const std::vector<uint8_t> bytes = writer.release();
+    ASSERT_EQ(bytes.size(), 20u);
+    float tempo = 0.0f;
+    std::memcpy(&tempo, bytes.data() + 12, 4);
+    EXPECT_EQ(tempo, 120.0f);
+    const std::vector<uint32_t> words = wordsOf(bytes, 5);
+    EXPECT_EQ(words[0], 11u);
+    EXPECT_EQ(words[1], 22u);
+    EXPECT_EQ(words[2], 33u);
+    EXPECT_EQ(words[4], 0x12345678u);
+}
+
+TEST(GenericPluginProcessorTest, OutgoingMidiIsWrittenAfterTheTempoOnlyWhenTheFlagAsksForIt) {
+    TestProcessor plain;
+    EXPECT_FALSE(plain.sendMidiEvent({0, 0x90, 60, 100}));
+    BinaryMemoryWriter plainWriter;
+    plain.writeRealTimeData(plainWriter);
+    EXPECT_EQ(plainWriter.release().size(), 4u);
+
+    Config config;
+    config.featureFlags = GenericPluginProcessor::kMidiOutputFlag;
+    TestProcessor sender(config);
+    EXPECT_TRUE(sender.sendMidiEvent({0, 0x90, 60, 100}));
+    EXPECT_TRUE(sender.sendMidiEvent({7, 0xb0, 7, 5}));
+    BinaryMemoryWriter writer;
+    sender.writeRealTimeData(writer);
+    std::vector<uint8_t> bytes = writer.release();
+    ASSERT_EQ(bytes.size(), 4u + 9u);
+    EXPECT_EQ(std::vector<uint8_t>(bytes.begin() + 4, bytes.end()),
+              (std::vector<uint8_t>{1, 0x90, 60, 100, 1, 0xb0, 7, 5, 0}));
+
+    // The queue holds 32 events and is empty after each answer.
+    for (int32_t i = 0; i < 32; ++i)
+        ASSERT_TRUE(sender.sendMidiEvent({0, 0x80, static_cast<uint8_t>(i), 0}));
+    EXPECT_FALSE(sender.sendMidiEvent({0, 0x80, 99, 0}));
+    BinaryMemoryWriter full;
+    sender.writeRealTimeData(full);
+    bytes = full.release();
+    ASSERT_EQ(bytes.size(), 4u + 32u * 4u + 1u);
+    EXPECT_EQ(bytes[4 + 31 * 4 + 2], 31);
+    BinaryMemoryWriter empty;
+    sender.writeRealTimeData(empty);
+    EXPECT_EQ(empty.release(), (std::vector<uint8_t>{0, 0, 0xf0, 0x42, 0}));
 }
 
 // Counts global initialisation and shutdown across instances; initialised after construction,

@@ -124,25 +124,41 @@ TEST(SoftBypassTest, ReversingAFadeContinuesFromWhereTheOutputIs) {
     EXPECT_NEAR(next, halfway, 1e-3);
 }
 
-TEST(SoftBypassTest, StartingWhileBypassedIsDryFromTheFirstSample) {
+TEST(SoftBypassTest, StartingProcessingKeepsAFadeButDropsAWaitForTheProcessedSignal) {
     constexpr int32_t kLatency = 10;
+    const std::vector<float> input = signal(400);
+    {
+        // A bypass asked for before the first block fades like any other.
+        TestProcessor processor(Config{kLatency});
+        processor.gain.setValue(kGain);
+        processor.setHostBypass(true);
+        const std::vector<float> output = runMono(processor, input, 64);
+        for (size_t n = kLatency; n < output.size(); ++n) {
+            const double mix = static_cast<double>(n) / kFadeSamples;
+            ASSERT_NEAR(output[n], mixed(input[n - kLatency], mix), 2e-5) << "sample " << n;
+        }
+    }
     TestProcessor processor(Config{kLatency});
+    processor.gain.setValue(kGain);
     processor.setHostBypass(true);
-    const std::vector<float> input = signal(200);
-    const std::vector<float> output = runMono(processor, input, 64);
-    for (size_t n = 0; n < output.size(); ++n)
-        ASSERT_EQ(output[n], n < kLatency ? 0.0f : input[n - kLatency]) << "sample " << n;
-    EXPECT_EQ(processor.processedSamples, 0);
-
+    runMono(processor, signal(kFadeSamples + 64), 64);
     processor.setProcessing(false);
-    uint32_t flags = 0;
     const std::vector<float> stopped = runMono(processor, input, 64);
-    EXPECT_EQ(stopped, std::vector<float>(200, 0.0f));
+    EXPECT_EQ(stopped, std::vector<float>(400, 0.0f));
+    uint32_t flags = 0;
     const float* in = input.data();
     float out = 1.0f;
     float* outPointer = &out;
     processor.process(&in, nullptr, &outPointer, 1, 1, flags);
     EXPECT_EQ(flags, GenericPluginProcessor::kOutputSilent);
+
+    // Leaving bypass while stopped would wait kLatency samples; the restart lands the mix at once,
+    // so the output is the processed signal of a graph that restarted clean.
+    processor.setHostBypass(false);
+    processor.setProcessing(true);
+    const std::vector<float> output = runMono(processor, input, 64);
+    for (size_t n = 0; n < output.size(); ++n)
+        ASSERT_EQ(output[n], n < kLatency ? 0.0f : kGain * input[n - kLatency]) << "sample " << n;
 }
 
 TEST(SoftBypassTest, DryDelaysFollowALatencyChange) {
@@ -191,6 +207,45 @@ TEST(SoftBypassTest, TailKeepsProcessingAfterTheInputFallsSilent) {
             }
         }
     }
+}
+
+// Runs silent blocks of 32; per block, whether the product ran and whether the output was called silent.
+std::vector<std::pair<bool, bool>> runSilentBlocks(TestProcessor& processor, int32_t count) {
+    const std::vector<float> zeros(32, 0.0f);
+    std::vector<float> out(32);
+    std::vector<std::pair<bool, bool>> result;
+    for (int32_t block = 0; block < count; ++block) {
+        const float* in = zeros.data();
+        float* outPointer = out.data();
+        const int64_t before = processor.processedSamples;
+        uint32_t flags = GenericPluginProcessor::kInputSilent;
+        processor.process(&in, nullptr, &outPointer, 1, 32, flags);
+        result.emplace_back(processor.processedSamples > before,
+                            (flags & GenericPluginProcessor::kOutputSilent) != 0);
+    }
+    return result;
+}
+
+TEST(SoftBypassTest, WithoutATailAnswerSilentInputIsNeverSkipped) {
+    for (const int32_t latency : {0, 40}) {
+        TestProcessor processor(Config{latency});
+        runMono(processor, std::vector<float>(64, 1.0f), 64);
+        for (const auto& [ran, silent] : runSilentBlocks(processor, 8)) {
+            EXPECT_TRUE(ran) << "latency " << latency;
+            EXPECT_FALSE(silent) << "latency " << latency;
+        }
+    }
+}
+
+TEST(SoftBypassTest, AnInfiniteTailWaitsOutTheLatencyBeforeTrustingSilence) {
+    // A muted product is silent all along; with latency 100 its output is trusted to be silent
+    // only after the count of 100 samples (four blocks of 32), in the fifth block.
+    TestProcessor processor(Config{100, 1, GenericPluginProcessor::kInfiniteTail});
+    processor.gain.setValue(0.0f);
+    runMono(processor, std::vector<float>(64, 1.0f), 64);
+    const std::vector<std::pair<bool, bool>> expected{{true, false}, {true, false}, {true, false},
+                                                      {true, false}, {true, true},  {false, true}};
+    EXPECT_EQ(runSilentBlocks(processor, 6), expected);
 }
 
 TEST(SoftBypassTest, BypassedSilenceIsReportedOnceTheDelayedDrySignalIsOut) {
