@@ -3,6 +3,7 @@
 #include "eq/EQFilter.h"
 #include "plugin/PluginParameter.h"
 #include "support/AllocationCounter.h"
+#include "support/LockCounter.h"
 #include "wave/FloatParameter.h"
 #include "wave/GenericPluginProcessor.h"
 #include "wave/LevelMeter.h"
@@ -10,43 +11,14 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cmath>
 #include <cstdint>
-#include <dlfcn.h>
 #include <limits>
 #include <memory>
 #include <mutex>
 #include <numbers>
-#include <pthread.h>
 #include <random>
 #include <vector>
-
-// Counts mutex locks taken by the calling thread. The test program's definition takes precedence
-// over the C library's, so every lock through pthreads (std::mutex included) passes here.
-namespace {
-
-thread_local int locksTaken = 0;
-
-using LockFunction = int (*)(pthread_mutex_t*);
-// No function-local static: its guard may itself lock.
-std::atomic<LockFunction> cachedLock{nullptr};
-
-LockFunction libraryLock() {
-    LockFunction function = cachedLock.load(std::memory_order_acquire);
-    if (function == nullptr) {
-        function = reinterpret_cast<LockFunction>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
-        cachedLock.store(function, std::memory_order_release);
-    }
-    return function;
-}
-
-} // namespace
-
-extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) {
-    ++locksTaken;
-    return libraryLock()(mutex);
-}
 
 namespace {
 
@@ -207,10 +179,10 @@ TEST(AudioPathTest, WholePathNeitherAllocatesNorLocksAndRecoversFromNonFiniteInp
     // The instruments must be able to see what they are meant to catch.
     {
         std::mutex mutex;
-        const int before = locksTaken;
+        testing_support::LockCounter lockProbe;
         mutex.lock();
         mutex.unlock();
-        ASSERT_GE(locksTaken - before, 1) << "the lock interposer is not in effect";
+        ASSERT_GE(lockProbe.count(), 1) << "the lock interposer is not in effect";
         testing_support::AllocationCounter probe;
         auto allocated = std::make_unique<std::vector<float>>(16);
         ASSERT_GE(probe.count(), 1u) << "the allocation counter is not in effect";
@@ -231,7 +203,7 @@ TEST(AudioPathTest, WholePathNeitherAllocatesNorLocksAndRecoversFromNonFiniteInp
     size_t allocations = 0;
     int locks = 0;
     {
-        const int locksBefore = locksTaken;
+        testing_support::LockCounter lockCounter;
         testing_support::AllocationCounter counter;
         int64_t position = 0;
         for (int32_t block = 0; block < kBlocks; ++block) {
@@ -264,7 +236,7 @@ TEST(AudioPathTest, WholePathNeitherAllocatesNorLocksAndRecoversFromNonFiniteInp
             position += size;
         }
         allocations = counter.count();
-        locks = locksTaken - locksBefore;
+        locks = lockCounter.count();
     }
     EXPECT_EQ(allocations, 0u);
     EXPECT_EQ(locks, 0);

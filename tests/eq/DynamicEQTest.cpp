@@ -14,6 +14,7 @@
 #include <limits>
 #include <numbers>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -106,15 +107,25 @@ protected:
         filter.dynamicsEnabled.setValue(true);
     }
 
+    // The signal through a static Bell at 1 kHz.
+    std::vector<float> staticBell(std::vector<float> signal, float q, float gainDb) {
+        EQFilter reference(&environment);
+        reference.setFrequency(std::log2(1000.0f));
+        reference.setQ(q);
+        reference.setGain(gainDb);
+        reference.processBlock(signal.data(), signal.data(), static_cast<int32_t>(signal.size()));
+        return signal;
+    }
+
     wave::Environment environment{512, 0};
 };
 
 TEST_F(DynamicEQTest, ThresholdLawAndTimeConstantExamples) {
     // 60 (m - 1) with m from the stored value's breakpoints (0, 0.1, 0.2, 1) -> (0, 0.2, 0.4666666, 1).
-    EXPECT_NEAR(BandCompander::thresholdDbFromStored(0.0f), -60.0f, 1e-4);
-    EXPECT_NEAR(BandCompander::thresholdDbFromStored(0.1f), -48.0f, 1e-4);
-    EXPECT_NEAR(BandCompander::thresholdDbFromStored(0.6666667f), -13.33333f, 1e-3);
-    EXPECT_NEAR(BandCompander::thresholdDbFromStored(1.0f), 0.0f, 1e-4);
+    const std::pair<float, float> thresholds[] = {
+        {0.0f, -60.0f}, {0.1f, -48.0f}, {0.6666667f, -13.33333f}, {1.0f, 0.0f}};
+    for (const auto& [stored, db] : thresholds)
+        EXPECT_NEAR(BandCompander::thresholdDbFromStored(stored), db, 1e-3);
 
     const float lo1k = std::log2(1000.0f);
     const float hi4k = std::log2(4000.0f);
@@ -268,16 +279,7 @@ TEST_F(DynamicEQTest, WithoutDynamicsTheBandIsItsStaticFilter) {
         band.setGainSource(&change);
         EXPECT_FALSE(band.isDynamic());
 
-        EQFilter reference(&environment);
-        reference.setFrequency(std::log2(1000.0f));
-        reference.setQ(2.0f);
-        reference.setGain(6.0f);
-        std::vector<float> expected = signal;
-        reference.processBlock(expected.data(), expected.data(), static_cast<int32_t>(expected.size()));
-
-        const auto output = render({&band}, static_cast<int32_t>(signal.size()))[0];
-        for (size_t i = 0; i < output.size(); ++i)
-            ASSERT_EQ(output[i], expected[i]) << i;
+        EXPECT_EQ(render({&band}, static_cast<int32_t>(signal.size()))[0], staticBell(signal, 2.0f, 6.0f));
     }
 }
 
@@ -307,11 +309,7 @@ TEST_F(DynamicEQTest, CrossfadeLandsOnTheMomentaryGain) {
         // At the ends the band is exactly one of its static filters.
         band.reset();
         input.setData(signal.data(), static_cast<int32_t>(signal.size()));
-        EQFilter reference(&environment);
-        reference.setFrequency(std::log2(1000.0f));
-        reference.setGain(changeDb);
-        std::vector<float> expected = signal;
-        reference.processBlock(expected.data(), expected.data(), static_cast<int32_t>(expected.size()));
+        const auto expected = staticBell(signal, 1.0f, changeDb);
         const auto noiseOutput = render({&band}, static_cast<int32_t>(signal.size()))[0];
         for (size_t i = 0; i < noiseOutput.size(); ++i)
             ASSERT_NEAR(noiseOutput[i], expected[i], 1e-6f) << i;

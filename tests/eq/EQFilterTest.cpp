@@ -46,11 +46,19 @@ std::vector<float> ramp(size_t count, float a, float b) {
     return values;
 }
 
-// Level in dB at hz of the filter's response to an impulse (the DFT of the impulse response).
+// The filter's output for the whole input as one block.
+std::vector<float> processed(EQFilter& filter, const std::vector<float>& input) {
+    std::vector<float> output(input.size());
+    filter.processBlock(input.data(), output.data(), static_cast<int32_t>(input.size()));
+    return output;
+}
+
+// Level in dB at hz of the filter's response to an impulse from rest (the DFT of the impulse response).
 double measuredLevelDb(EQFilter& filter, double hz, double rate = kRate) {
+    filter.resetStates();
     std::vector<float> impulse(16384, 0.0f);
     impulse[0] = 1.0f;
-    filter.processBlock(impulse.data(), impulse.data(), static_cast<int32_t>(impulse.size()));
+    impulse = processed(filter, impulse);
     std::complex<double> sum;
     for (size_t n = 0; n < impulse.size(); ++n)
         sum += static_cast<double>(impulse[n]) *
@@ -61,13 +69,7 @@ double measuredLevelDb(EQFilter& filter, double hz, double rate = kRate) {
 AnalogFilterPrototype designedBand(FilterShape shape, float slope, double gainDb, double q,
                                    double frequency) {
     AnalogFilterPrototype prototype;
-    EQBandSettings band;
-    band.shape = shape;
-    band.slope = slope;
-    band.gain = static_cast<float>(gainDb);
-    band.q = static_cast<float>(q);
-    band.frequency = frequency;
-    designBand(prototype, band);
+    designBand(prototype, {shape, slope, static_cast<float>(gainDb), static_cast<float>(q), frequency});
     return prototype;
 }
 
@@ -138,9 +140,7 @@ TEST_F(EQFilterTest, BellResponseFollowsTheAnalogDesignInEveryCalculationAndForm
             filter->dynamic.setValue(dynamic);
             EXPECT_EQ(filter->getForm(), dynamic ? DigitalForm::StateVariable : DigitalForm::DirectForm);
             EXPECT_NEAR(measuredLevelDb(*filter, 1000.0), 6.0, 0.02);
-            filter->resetStates();
             EXPECT_NEAR(measuredLevelDb(*filter, 20.0), 0.0, 0.05);
-            filter->resetStates();
             EXPECT_NEAR(measuredLevelDb(*filter, 2000.0),
                         analogLevelDb(FilterShape::Bell, 1.0f, 6.0, 1.0, 1000, 2000), 0.1);
         }
@@ -149,7 +149,6 @@ TEST_F(EQFilterTest, BellResponseFollowsTheAnalogDesignInEveryCalculationAndForm
     environment.setSampleRate(44100.0f);
     auto filter = bell(20000.0, 12.0f, 2.0f);
     EXPECT_NEAR(measuredLevelDb(*filter, 20000.0, 44100.0), 12.0, 0.3);
-    filter->resetStates();
     EXPECT_NEAR(measuredLevelDb(*filter, 17000.0, 44100.0),
                 analogLevelDb(FilterShape::Bell, 1.0f, 12.0, 2.0, 20000, 17000), 0.75);
 }
@@ -182,9 +181,7 @@ TEST_F(EQFilterTest, BlockProcessingEqualsSampleBySampleAndThePlainCascade) {
     }
 
     // Constant parameters: the plain cascade of the same design.
-    auto steady = bell(3000.0, -8.0f, 4.0f);
-    std::vector<float> output(input.size());
-    steady->processBlock(input.data(), output.data(), static_cast<int32_t>(input.size()));
+    const auto output = processed(*bell(3000.0, -8.0f, 4.0f), input);
     FineReference reference;
     for (size_t i = 0; i < input.size(); ++i)
         ASSERT_NEAR(output[i], reference.process(input[i], 3000.0, -8.0, 4.0), 1e-5) << i;
@@ -269,13 +266,9 @@ TEST_F(EQFilterTest, SmallGainsFadeTowardFlatAndZeroIsExactlyFlat) {
     const auto input = noise(3000);
     for (FilterShape shape :
          {FilterShape::Bell, FilterShape::LowShelf, FilterShape::HighShelf, FilterShape::TiltShelf}) {
-        EQFilter filter(&environment);
-        filter.shape.setValue(shape);
-        filter.setFrequency(std::log2(1000.0f));
-        filter.setGain(0.0f);
-        std::vector<float> output(input.size());
-        filter.processBlock(input.data(), output.data(), static_cast<int32_t>(input.size()));
-        EXPECT_EQ(output, input);
+        auto filter = bell(1000.0, 0.0f, 1.0f);
+        filter->shape.setValue(shape);
+        EXPECT_EQ(processed(*filter, input), input);
     }
     // Deviation at the peak = wet x (design gain - 1); wet = 20 |gain| below 0.05 dB, design gain >= 0.01 dB.
     const std::pair<float, double> cases[] = {{0.025f, 0.5 * (std::pow(10.0, 0.025 / 20) - 1)},
@@ -332,12 +325,9 @@ TEST_F(EQFilterTest, AbsurdParametersAndNonFiniteInputNeverBreakTheFilter) {
                         filter.setFrequency(frequency);
                         filter.setQ(q);
                         filter.setGain(gain);
-                        std::vector<float> output(input.size());
-                        filter.processBlock(input.data(), output.data(), static_cast<int32_t>(input.size()));
-                        for (float y : output)
+                        for (float y : processed(filter, input))
                             ASSERT_TRUE(std::isfinite(y) && std::fabs(y) < 1e4f)
-                                << shape << " f " << frequency << " q " << q << " g " << gain << " c "
-                                << calculation;
+                                << shape << " " << calculation;
                     }
 }
 
@@ -351,9 +341,7 @@ TEST_F(EQFilterTest, PrewarpedQEqualsBilinearWithTheWarpedQ) {
         prewarped->coefficientCalculation.setValue(CoefficientCalculation::BilinearPrewarpedQ);
         auto plain = bell(hz, 6.0f, static_cast<float>(warpedQ));
         plain->coefficientCalculation.setValue(CoefficientCalculation::Bilinear);
-        std::vector<float> a(input.size()), b(input.size());
-        prewarped->processBlock(input.data(), a.data(), static_cast<int32_t>(input.size()));
-        plain->processBlock(input.data(), b.data(), static_cast<int32_t>(input.size()));
+        const auto a = processed(*prewarped, input), b = processed(*plain, input);
         for (size_t i = 0; i < input.size(); ++i)
             ASSERT_NEAR(a[i], b[i], 1e-5) << hz << " " << i;
     }
@@ -371,7 +359,6 @@ TEST_F(EQFilterTest, ConnectedParametersDriveTheFilterInTheGraph) {
     graphFilter.setQ(1.0f);
 
     const auto input = noise(2048);
-    std::vector<float> expected(input.size());
     // The ramps the connected parameters deliver once they are set after the first block.
     const auto frequencies = ramp(1201, std::log2(1000.0f), std::log2(4000.0f));
     const auto gains = ramp(481, 0.0f, 9.0f);
@@ -381,7 +368,7 @@ TEST_F(EQFilterTest, ConnectedParametersDriveTheFilterInTheGraph) {
     std::copy(frequencies.begin(), frequencies.end() - 1, frequencyBlock.begin() + 256);
     std::copy(gains.begin(), gains.end() - 1, gainBlock.begin() + 256);
     direct->setParameterBlocks(frequencyBlock.data(), gainBlock.data(), nullptr);
-    direct->processBlock(input.data(), expected.data(), static_cast<int32_t>(input.size()));
+    const auto expected = processed(*direct, input);
 
     for (size_t p = 0; p < input.size(); p += 256) {
         if (p == 256) {
@@ -398,14 +385,12 @@ TEST_F(EQFilterTest, ConnectedParametersDriveTheFilterInTheGraph) {
 }
 
 TEST_F(EQFilterTest, SlopeRulesAndConversions) {
-    EXPECT_EQ(EQFilter::slopeValueToDbPerOctave(-3.0f), 0.0);
-    EXPECT_EQ(EQFilter::slopeValueToDbPerOctave(3.0f), 24.0);
-    EXPECT_EQ(EQFilter::slopeValueToDbPerOctave(6.5f), 60.0);
-    EXPECT_EQ(EQFilter::slopeValueToDbPerOctave(9.0f), 100.0);
-    EXPECT_EQ(EQFilter::dbPerOctaveToSlopeValue(-6.0), -1.0f);
-    EXPECT_EQ(EQFilter::dbPerOctaveToSlopeValue(15.0), 1.5f);
-    EXPECT_EQ(EQFilter::dbPerOctaveToSlopeValue(84.0), 7.5f);
-    EXPECT_EQ(EQFilter::dbPerOctaveToSlopeValue(96.5), 9.0f);
+    const std::pair<float, double> conversions[] = {{-3.0f, 0.0}, {3.0f, 24.0}, {6.5f, 60.0}, {9.0f, 100.0}};
+    for (const auto& [value, db] : conversions)
+        EXPECT_EQ(EQFilter::slopeValueToDbPerOctave(value), db);
+    const std::pair<double, float> inverses[] = {{-6.0, -1.0f}, {15.0, 1.5f}, {84.0, 7.5f}, {96.5, 9.0f}};
+    for (const auto& [db, value] : inverses)
+        EXPECT_EQ(EQFilter::dbPerOctaveToSlopeValue(db), value);
 
     EQFilter filter(&environment);
     filter.shape.setValue(FilterShape::LowCut);
@@ -443,7 +428,7 @@ TEST_F(EQFilterTest, BecomingDynamicSwitchesFormWithoutAJump) {
             filter->setGain(9.0f);
             filter->setQ(3.0f);
         }
-        std::vector<float> a(input.size()), b(input.size());
+        std::vector<float> a(input.size());
         size_t position = 0;
         for (size_t end : {size_t{3001}, size_t{6001}, input.size()}) {
             switched.processBlock(input.data() + position, a.data() + position,
@@ -454,7 +439,7 @@ TEST_F(EQFilterTest, BecomingDynamicSwitchesFormWithoutAJump) {
                       switched.dynamic ? DigitalForm::StateVariable : DigitalForm::DirectForm);
         }
         EXPECT_GT(switched.getNumberOfSections(), shape == FilterShape::Bell ? 0 : 1);
-        steady.processBlock(input.data(), b.data(), static_cast<int32_t>(input.size()));
+        const auto b = processed(steady, input);
         for (size_t i = 0; i < input.size(); ++i)
             ASSERT_NEAR(a[i], b[i], 2e-4) << i;
     }

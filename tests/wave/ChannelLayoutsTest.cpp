@@ -103,25 +103,20 @@ Channels range(int32_t first, int32_t last) {
 TEST(ChannelLayouts, EveryLayoutHasItsChannelCountAndSpeakerFlagsInOrder) {
     const std::vector<Flags> expected = expectedLayouts();
     ASSERT_EQ(static_cast<int32_t>(expected.size()), chl::kNumLayouts);
-    const std::vector<int32_t> counts{1,  2,  3, 4,  4, 5,  6,  6,  7,  7,  7,  8,  8,  13, 14,
-                                      15, 16, 8, 10, 9, 10, 11, 12, 13, 14, 13, 14, 15, 16};
     for (int32_t layout = 0; layout < chl::kNumLayouts; ++layout) {
         const auto flags = chl::layoutFlags(layout);
-        EXPECT_EQ(chl::layoutChannelCount(layout), counts[static_cast<size_t>(layout)]) << layout;
-        EXPECT_EQ(Flags(flags.begin(), flags.end()), expected[static_cast<size_t>(layout)])
-            << "layout " << layout;
+        const Flags& want = expected[static_cast<size_t>(layout)];
+        EXPECT_EQ(Flags(flags.begin(), flags.end()), want) << layout;
+        EXPECT_EQ(chl::layoutChannelCount(layout), static_cast<int32_t>(want.size())) << layout;
     }
     EXPECT_TRUE(chl::layoutFlags(-1).empty());
     EXPECT_EQ(chl::layoutChannelCount(chl::kNumLayouts), 0);
 }
 
 TEST(ChannelLayouts, SignedAzimuthIsNegativeForRightChannelsOnly) {
-    EXPECT_EQ(chl::signedAzimuth(L30), 30);
-    EXPECT_EQ(chl::signedAzimuth(R30), -30);
-    EXPECT_EQ(chl::signedAzimuth(TR135), -135);
-    EXPECT_EQ(chl::signedAzimuth(C), 0);
-    EXPECT_EQ(chl::signedAzimuth(Cs), 180);
-    EXPECT_EQ(chl::signedAzimuth(LFE), 0);
+    for (const auto& [speaker, azimuth] :
+         {std::pair{L30, 30}, {R30, -30}, {TR135, -135}, {C, 0}, {Cs, 180}, {LFE, 0}})
+        EXPECT_EQ(chl::signedAzimuth(speaker), azimuth) << speaker;
 }
 
 TEST(SpeakerSets, MembersOnNinePointOneSixItu) {
@@ -146,26 +141,19 @@ TEST(SpeakerSets, MembersOnNinePointOneSixItu) {
 }
 
 TEST(SpeakerSets, ListEntriesSelectTheExpectedChannels) {
-    // 5.1: L R Ls Rs C LFE.
-    EXPECT_EQ(members(6, chl::speakerSetForItem(1)), range(0, 4));      // "All (excl. LFE)"
-    EXPECT_EQ(members(6, chl::speakerSetForItem(2)), (Channels{5}));    // "LFE"
-    EXPECT_EQ(members(6, chl::speakerSetForItem(7)), (Channels{2, 3})); // "Ls/Rs (Surround)"
-    // 7.1.4: the top speakers sit at 45 and 135 degrees, so the top surround pair is absent.
-    EXPECT_EQ(members(22, chl::speakerSetForItem(10)), Channels{});       // "Lts/Rts (Top Surround)"
-    EXPECT_EQ(members(22, chl::speakerSetForItem(13)), (Channels{6, 7})); // "Ltf/Rtf (Top Surround Front)"
-    EXPECT_EQ(members(22, chl::speakerSetForItem(14)), (Channels{8, 9})); // "Ltr/Rtr (Top Surround Rear)"
-    // "L/R (Front)" takes the 45-degree pair of the quadraphonic layout and the 30-degree pairs elsewhere.
-    EXPECT_EQ(members(3, chl::speakerSetForItem(4)), (Channels{0, 1}));
-    EXPECT_EQ(members(1, chl::speakerSetForItem(4)), (Channels{0, 1}));
-    EXPECT_EQ(members(9, chl::speakerSetForItem(4)), (Channels{0, 1}));
-    // 6.1 with Cs: L R Ls Rs C Cs LFE.
-    EXPECT_EQ(members(8, chl::speakerSetForItem(9)), (Channels{5}));        // "Cs or S (Center Surround)"
-    EXPECT_EQ(members(8, chl::speakerSetForItem(3)), (Channels{4}));        // "Center"
-    EXPECT_EQ(members(8, chl::speakerSetForItem(11)), (Channels{0, 1, 4})); // "L/C/R (Front + Center)"
-    EXPECT_EQ(members(9, chl::speakerSetForItem(5)), (Channels{2, 3}));     // "Lc/Rc (Front Center)"
-    EXPECT_EQ(members(28, chl::speakerSetForItem(12)), (Channels{2, 3}));   // "Lw/Rw (Wide)"
-    EXPECT_EQ(members(12, chl::speakerSetForItem(6)), (Channels{2, 3}));    // "Lss/Rss (Surround Side)"
-    EXPECT_EQ(members(12, chl::speakerSetForItem(8)), (Channels{4, 5}));    // "Lsr/Rsr (Surround Rear)"
+    struct Case {
+        int32_t layout, item;
+        Channels channels;
+    };
+    // 5.1 (L R Ls Rs C LFE): all but LFE, LFE, surround. 7.1.4: the top speakers sit at 45 and 135
+    // degrees, so the top surround pair is absent. Front takes the 45-degree pair of the quadraphonic
+    // layout and the 30-degree pairs elsewhere. 6.1 with Cs (L R Ls Rs C Cs LFE): Cs, C, L/C/R.
+    const Case cases[] = {{6, 1, range(0, 4)}, {6, 2, {5}},      {6, 7, {2, 3}},  {22, 10, {}},
+                          {22, 13, {6, 7}},    {22, 14, {8, 9}}, {3, 4, {0, 1}},  {1, 4, {0, 1}},
+                          {9, 4, {0, 1}},      {8, 9, {5}},      {8, 3, {4}},     {8, 11, {0, 1, 4}},
+                          {9, 5, {2, 3}},      {28, 12, {2, 3}}, {12, 6, {2, 3}}, {12, 8, {4, 5}}};
+    for (const Case& c : cases)
+        EXPECT_EQ(members(c.layout, chl::speakerSetForItem(c.item)), c.channels) << c.layout << " " << c.item;
     // Mono counts as no named speaker.
     EXPECT_EQ(members(0, SpeakerSet::AllExceptLfe), (Channels{0}));
     EXPECT_EQ(members(0, SpeakerSet::Center), Channels{});

@@ -6,16 +6,15 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace frame_test {
 
 constexpr int32_t kMaxChunk = 64;
-constexpr float kSampleRate = 48000.0f;
-// 50 ms at 48 kHz.
-constexpr int32_t kFadeSamples = 2400;
+constexpr int32_t kFadeSamples = 2400; // 50 ms at 48 kHz
 
-// Delays its input by a fixed number of samples through a plain ring; graph resets clear it.
+// Delays its input by a fixed number of samples; graph resets clear it.
 class RingDelay : public wave::Filter {
 public:
     RingDelay(wave::Environment* environment, int32_t delay)
@@ -27,13 +26,9 @@ public:
                        int32_t) override {
         float* out = block->getData();
         for (int32_t i = 0; i < numSamples; ++i) {
-            if (history.empty()) {
-                out[i] = input[i];
-                continue;
-            }
-            out[i] = history[next];
-            history[next] = input[i];
-            next = (next + 1) % history.size();
+            out[i] = history.empty() ? input[i] : std::exchange(history[next], input[i]);
+            if (!history.empty())
+                next = (next + 1) % history.size();
         }
     }
 
@@ -58,16 +53,14 @@ public:
     RingDelay delay;
 };
 
-// What the test product saw, in order. Storage is reserved up front so that recording never
-// allocates inside the allocation checks.
 struct MidiRecord {
     int32_t offset;
     int64_t processedBefore;
+    bool operator==(const MidiRecord&) const = default;
 };
 
-// A product whose processing is a known delay (its reported latency) and a gain. The gain is the
-// "Gain" parameter times the last sample-accurate gain point. A MIDI controller message sets the
-// gain parameter through the parameter queue, as another thread would.
+// A product that delays by its reported latency and scales by "Gain" times the last gain point; a
+// MIDI controller sets "Gain" through the parameter queue. Recording storage is reserved up front.
 class TestProcessor : public GenericPluginProcessor {
 public:
     struct Config {
@@ -76,14 +69,15 @@ public:
         int32_t tail = kNoTail;
         bool fromSideChain = false;
         uint32_t featureFlags = 0;
+        float gain = 1.0f;
     };
 
     explicit TestProcessor(const Config& setup) : tail(setup.tail) {
         chunkSizes.reserve(100000);
         midiRecords.reserve(1000);
         flags = setup.featureFlags;
-        initialize(kMaxChunk, static_cast<int32_t>(kSampleRate));
-        setSampleRate(kSampleRate);
+        initialize(kMaxChunk, 48000);
+        setSampleRate(48000.0f);
         setLatency(setup.latency);
         for (int32_t channel = 0; channel < setup.numChannels; ++channel) {
             const uint32_t speakers = channel == 0 ? Channel::kLeftSide : Channel::kRightSide;
@@ -91,12 +85,13 @@ public:
         }
         setBypassParameterIndex(bypass.getIndex());
         setModeParameterIndex(mode.getIndex());
+        gain.setValue(setup.gain);
         setProcessing(true);
     }
     TestProcessor() : TestProcessor(Config{}) {}
     ~TestProcessor() override { terminate(); }
 
-    void changeLatency(int32_t samples) { setLatency(samples); }
+    using GenericPluginProcessor::setLatency;
 
     FloatPluginParameter gain{*this, "Gain", 0.0f, 2.0f, 1.0f};
     FloatPluginParameter bypass{*this, "Bypass", 0.0f, 1.0f, 0.0f};
@@ -160,19 +155,40 @@ private:
     };
 };
 
+// A signal whose every sample is told apart from its neighbours.
+inline float signalAt(int64_t n) {
+    return n < 0 ? 0.0f : 1.0f + 0.01f * static_cast<float>(n % 97);
+}
+
+inline std::vector<float> signal(size_t count) {
+    std::vector<float> samples(count);
+    for (size_t n = 0; n < count; ++n)
+        samples[n] = signalAt(static_cast<int64_t>(n));
+    return samples;
+}
+
+// Processes one mono block and returns the flags the processor answers with.
+inline uint32_t processBlock(GenericPluginProcessor& processor, const float* in, float* out, int32_t count,
+                             uint32_t flags = 0) {
+    processor.process(&in, nullptr, &out, 1, count, flags);
+    return flags;
+}
+
 // Runs a mono signal through the processor in host blocks of blockSize; returns the output.
 inline std::vector<float> runMono(GenericPluginProcessor& processor, const std::vector<float>& input,
-                                  int32_t blockSize, uint32_t hostFlags = 0) {
+                                  int32_t blockSize) {
     std::vector<float> output(input.size(), -99.0f);
-    for (size_t start = 0; start < input.size(); start += static_cast<size_t>(blockSize)) {
-        const auto count =
-            static_cast<int32_t>(std::min(input.size() - start, static_cast<size_t>(blockSize)));
-        const float* in = input.data() + start;
-        float* out = output.data() + start;
-        uint32_t flags = hostFlags;
-        processor.process(&in, nullptr, &out, 1, count, flags);
-    }
+    for (size_t start = 0; start < input.size(); start += static_cast<size_t>(blockSize))
+        processBlock(processor, input.data() + start, output.data() + start,
+                     static_cast<int32_t>(std::min(input.size() - start, static_cast<size_t>(blockSize))));
     return output;
+}
+
+// Runs count samples of one value, in a single host block unless blockSize is given.
+inline std::vector<float> runConstant(GenericPluginProcessor& processor, size_t count, float value,
+                                      int32_t blockSize = 0) {
+    return runMono(processor, std::vector<float>(count, value),
+                   blockSize > 0 ? blockSize : static_cast<int32_t>(count));
 }
 
 } // namespace frame_test

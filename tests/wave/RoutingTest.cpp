@@ -13,6 +13,7 @@
 #include <limits>
 #include <memory>
 #include <random>
+#include <string>
 #include <vector>
 
 using graph_test::blockValues;
@@ -54,6 +55,19 @@ Floats pull(Environment& environment, Producer& producer, int32_t numSamples) {
     return blockValues(producer.fetch(numSamples)->getData(), numSamples);
 }
 
+// One fetch in a fresh generation.
+BasicBlock<float>* fresh(Environment& environment, Producer& producer, int32_t numSamples) {
+    environment.nextGeneration();
+    return producer.fetch(numSamples);
+}
+
+// Both outputs of a two-output block, in a fresh generation.
+template <typename TwoOutputs>
+std::pair<Floats, Floats> pullBoth(Environment& environment, TwoOutputs& block, int32_t numSamples) {
+    Floats first = pull(environment, *block.getOutputProducer(0), numSamples);
+    return {first, blockValues(block.getOutputProducer(1)->fetch(numSamples)->getData(), numSamples)};
+}
+
 void expectNear(const Floats& actual, const Floats& expected, float tolerance = 1e-6f) {
     ASSERT_EQ(actual.size(), expected.size());
     for (size_t i = 0; i < actual.size(); ++i)
@@ -74,9 +88,7 @@ TEST(MidSideConverter, EncodesHalfSumAndHalfSecondMinusFirstAndDecodesBack) {
     wave::MidSideConverter encoder(&environment, &a, &b);
     encoder.conversion.setValue(wave::MidSideConverter::kEncode);
 
-    environment.nextGeneration();
-    const Floats mid = blockValues(encoder.getOutputProducer(0)->fetch(5)->getData(), 5);
-    const Floats side = blockValues(encoder.getOutputProducer(1)->fetch(5)->getData(), 5);
+    const auto [mid, side] = pullBoth(environment, encoder, 5);
     EXPECT_EQ(mid, (Floats{0.5f, 0.5f, -0.5f, 3.0f, -2.0f}));
     EXPECT_EQ(side, (Floats{-0.5f, 0.25f, 1.5f, 0.0f, -2.0f}));
     EXPECT_EQ(a.runs, 1);
@@ -84,8 +96,7 @@ TEST(MidSideConverter, EncodesHalfSumAndHalfSecondMinusFirstAndDecodesBack) {
     SampleSource midIn(&environment, {0.5f}), sideIn(&environment, {-0.5f});
     wave::MidSideConverter decoder(&environment, &midIn, &sideIn);
     decoder.conversion.setValue(wave::MidSideConverter::kDecode);
-    EXPECT_EQ(pull(environment, *decoder.getOutputProducer(0), 3), (Floats{1.0f, 1.0f, 1.0f}));
-    EXPECT_EQ(blockValues(decoder.getOutputProducer(1)->getOutput(), 3), (Floats{0.0f, 0.0f, 0.0f}));
+    EXPECT_EQ(pullBoth(environment, decoder, 3), std::pair(Floats(3, 1.0f), Floats(3, 0.0f)));
 }
 
 TEST(MidSideConverter, EncodeThenDecodeRestoresThePairAtOddLengths) {
@@ -104,9 +115,7 @@ TEST(MidSideConverter, EncodeThenDecodeRestoresThePairAtOddLengths) {
     decoder.conversion.setValue(wave::MidSideConverter::kDecode);
 
     for (int32_t length : {1, 3, 7, 37}) {
-        environment.nextGeneration();
-        const Floats first = blockValues(decoder.getOutputProducer(0)->fetch(length)->getData(), length);
-        const Floats second = blockValues(decoder.getOutputProducer(1)->fetch(length)->getData(), length);
+        const auto [first, second] = pullBoth(environment, decoder, length);
         expectNear(first, Floats(left.begin(), left.begin() + length));
         expectNear(second, Floats(right.begin(), right.begin() + length));
     }
@@ -119,31 +128,25 @@ TEST(MidSideConverter, PassThroughPublishesTheInputBlocksAndConstancyFollowsTheI
     SampleSource c = constantSource(environment, -0.5f);
     wave::MidSideConverter converter(&environment, &a, &b);
 
-    environment.nextGeneration();
-    EXPECT_EQ(converter.getOutputProducer(0)->fetch(8), a.getOwnBlock());
+    EXPECT_EQ(fresh(environment, *converter.getOutputProducer(0), 8), a.getOwnBlock());
     EXPECT_EQ(converter.getOutputProducer(1)->fetch(8), b.getOwnBlock());
 
     converter.conversion.setValue(wave::MidSideConverter::kEncode);
-    environment.nextGeneration();
-    EXPECT_NE(converter.getOutputProducer(0)->fetch(8), a.getOwnBlock());
+    EXPECT_NE(fresh(environment, *converter.getOutputProducer(0), 8), a.getOwnBlock());
     EXPECT_FALSE(converter.getOutputProducer(0)->fetch(8)->isConstant());
 
     converter.setFirstInput(&c);
-    environment.nextGeneration();
-    EXPECT_TRUE(converter.getOutputProducer(0)->fetch(8)->isConstant());
+    EXPECT_TRUE(fresh(environment, *converter.getOutputProducer(0), 8)->isConstant());
     EXPECT_TRUE(converter.getOutputProducer(1)->fetch(8)->isConstant());
     EXPECT_EQ(blockValues(converter.getOutputProducer(1)->getOutput(), 2), (Floats{0.5f, 0.5f}));
     converter.setSecondInput(&a);
-    environment.nextGeneration();
-    EXPECT_FALSE(converter.getOutputProducer(0)->fetch(8)->isConstant());
+    EXPECT_FALSE(fresh(environment, *converter.getOutputProducer(0), 8)->isConstant());
     EXPECT_FALSE(converter.getOutputProducer(1)->fetch(8)->isConstant());
 
     // A missing input reads as silence: encoding (x, nothing) gives x/2 and -x/2.
     converter.setFirstInput(&a);
     converter.setSecondInput(nullptr);
-    environment.nextGeneration();
-    EXPECT_EQ(blockValues(converter.getOutputProducer(0)->fetch(2)->getData(), 2), (Floats{0.5f, 1.0f}));
-    EXPECT_EQ(blockValues(converter.getOutputProducer(1)->fetch(2)->getData(), 2), (Floats{-0.5f, -1.0f}));
+    EXPECT_EQ(pullBoth(environment, converter, 2), std::pair(Floats{0.5f, 1.0f}, Floats{-0.5f, -1.0f}));
 }
 
 TEST(LevelPanConverter, LinearBalanceLawFadesOnlyTheFarSide) {
@@ -154,25 +157,21 @@ TEST(LevelPanConverter, LinearBalanceLawFadesOnlyTheFarSide) {
     const Floats expectedLeft{0.0f, 0.8f, 0.8f, 0.4f, 0.8f, 0.6f};
     const Floats expectedRight{0.8f, 0.4f, 0.8f, 0.8f, 0.0f, 0.8f};
 
-    expectNear(pull(environment, *converter.getOutputProducer(0), 6), expectedLeft);
-    expectNear(blockValues(converter.getOutputProducer(1)->getOutput(), 6), expectedRight);
-    EXPECT_FALSE(converter.getOutputProducer(0)->fetch(6)->isConstant());
-
-    converter.setInvert(true);
-    Floats negatedLeft, negatedRight;
-    for (size_t i = 0; i < expectedLeft.size(); ++i) {
-        negatedLeft.push_back(-expectedLeft[i]);
-        negatedRight.push_back(-expectedRight[i]);
+    for (const float sign : {1.0f, -1.0f}) {
+        converter.setInvert(sign < 0.0f);
+        const auto [left, right] = pullBoth(environment, converter, 6);
+        for (size_t i = 0; i < left.size(); ++i) {
+            EXPECT_NEAR(left[i], sign * expectedLeft[i], 1e-6f) << i;
+            EXPECT_NEAR(right[i], sign * expectedRight[i], 1e-6f) << i;
+        }
     }
-    expectNear(pull(environment, *converter.getOutputProducer(0), 6), negatedLeft);
-    expectNear(blockValues(converter.getOutputProducer(1)->getOutput(), 6), negatedRight);
+    EXPECT_FALSE(converter.getOutputProducer(0)->fetch(6)->isConstant());
 
     // A varying level scales both sides sample by sample.
     SampleSource varyingLevel(&environment, {1.0f, 2.0f});
     SampleSource steadyPan = constantSource(environment, -0.25f);
     wave::LevelPanConverter varying(&environment, &varyingLevel, &steadyPan);
-    expectNear(pull(environment, *varying.getOutputProducer(0), 2), (Floats{1.0f, 2.0f}));
-    expectNear(blockValues(varying.getOutputProducer(1)->getOutput(), 2), (Floats{0.75f, 1.5f}));
+    EXPECT_EQ(pullBoth(environment, varying, 2), std::pair(Floats{1.0f, 2.0f}, Floats{0.75f, 1.5f}));
 }
 
 TEST(LevelPanConverter, CentredPanForwardsTheLevelBlockOrOneSharedNegation) {
@@ -181,13 +180,11 @@ TEST(LevelPanConverter, CentredPanForwardsTheLevelBlockOrOneSharedNegation) {
     SampleSource centre = constantSource(environment, 5e-8f);
     wave::LevelPanConverter converter(&environment, &level, &centre);
 
-    environment.nextGeneration();
-    EXPECT_EQ(converter.getOutputProducer(0)->fetch(4), level.getOwnBlock());
+    EXPECT_EQ(fresh(environment, *converter.getOutputProducer(0), 4), level.getOwnBlock());
     EXPECT_EQ(converter.getOutputProducer(1)->fetch(4), level.getOwnBlock());
 
     converter.setInvert(true);
-    environment.nextGeneration();
-    BasicBlock<float>* left = converter.getOutputProducer(0)->fetch(4);
+    BasicBlock<float>* left = fresh(environment, *converter.getOutputProducer(0), 4);
     EXPECT_EQ(converter.getOutputProducer(1)->fetch(4), left);
     EXPECT_NE(left, level.getOwnBlock());
     EXPECT_EQ(blockValues(left->getData(), 4), (Floats{-0.5f, -0.25f, -0.5f, -0.25f}));
@@ -198,16 +195,13 @@ TEST(LevelPanConverter, CentredPanForwardsTheLevelBlockOrOneSharedNegation) {
     SampleSource steadyPan = constantSource(environment, 0.5f);
     SampleSource varyingPan(&environment, {0.5f, 0.4f});
     wave::LevelPanConverter steady(&environment, &steadyLevel, &steadyPan);
-    environment.nextGeneration();
-    EXPECT_TRUE(steady.getOutputProducer(0)->fetch(4)->isConstant());
+    EXPECT_TRUE(fresh(environment, *steady.getOutputProducer(0), 4)->isConstant());
     EXPECT_TRUE(steady.getOutputProducer(1)->fetch(4)->isConstant());
     steady.setPan(&varyingPan);
-    environment.nextGeneration();
-    EXPECT_FALSE(steady.getOutputProducer(0)->fetch(4)->isConstant());
+    EXPECT_FALSE(fresh(environment, *steady.getOutputProducer(0), 4)->isConstant());
     steady.setInvert(true);
     steady.setPan(&centre);
-    environment.nextGeneration();
-    EXPECT_TRUE(steady.getOutputProducer(1)->fetch(4)->isConstant());
+    EXPECT_TRUE(fresh(environment, *steady.getOutputProducer(1), 4)->isConstant());
     EXPECT_EQ(steady.getOutputProducer(1)->fetch(4)->getData()[3], -2.0f);
 }
 
@@ -221,21 +215,15 @@ TEST(VolumeFilter, SilentAndUnityGainsPublishExistingBlocks) {
 
     wave::VolumeFilter filter(&environment, &unity);
     filter.setInput(&in);
-    environment.nextGeneration();
-    EXPECT_EQ(filter.fetch(4), in.getOwnBlock());
+    EXPECT_EQ(fresh(environment, filter, 4), in.getOwnBlock());
 
     filter.setGain(nullptr);
-    environment.nextGeneration();
-    EXPECT_EQ(filter.fetch(4), in.getOwnBlock());
+    EXPECT_EQ(fresh(environment, filter, 4), in.getOwnBlock());
 
     filter.setGain(&silent);
-    environment.nextGeneration();
-    EXPECT_EQ(filter.fetch(4), environment.getZeroBlock());
-
-    filter.setGain(&silent);
+    EXPECT_EQ(fresh(environment, filter, 4), environment.getZeroBlock());
     filter.setSecondGain(&half);
-    environment.nextGeneration();
-    EXPECT_EQ(filter.fetch(4), environment.getZeroBlock());
+    EXPECT_EQ(fresh(environment, filter, 4), environment.getZeroBlock());
 
     // Unity first gain with a second gain: the second alone applies.
     filter.setGain(&unity);
@@ -295,7 +283,6 @@ TEST_F(MixerOperations, EveryOperationCombinesScaledInputsInListOrder) {
 TEST_F(MixerOperations, HeldRatioKeepsTheLastRatioWhileTheDivisorIsTinyAcrossBlocks) {
     mixer.addInput(&a, &ga);
     mixer.addInput(&b, &gb);
-    mixer.operation.setValue(wave::Mixer::kHeldRatio);
     b.values = {1.0f, 4.0f, -0.25f, 0.0f, -1e-12f, 0.25f};
     expectNear(mix(wave::Mixer::kHeldRatio), {1.0f, 0.0625f, 2.0f, 2.0f, 2.0f, 3.0f});
 
@@ -326,30 +313,20 @@ TEST_F(MixerOperations, AdditionOfManyInputsMatchesAPlainSumAndConstancyFollowsT
     std::uniform_real_distribution<float> value(-1.0f, 1.0f);
     // Gain patterns by input: each group of three meets both the scalar and the per-sample form,
     // both as the first group (written) and as a later one (added), and a lone seventh input both.
-    for (const std::vector<bool>& varying :
-         {std::vector<bool>{false, false, false, true, false, false, true},
-          std::vector<bool>{false, true, false, false, false, false, false}}) {
+    for (const std::string varying : {"0001001", "0100000"}) {
         std::vector<std::unique_ptr<SampleSource>> inputs, gains;
+        wave::Mixer sum(&environment);
+        Floats expected(6, 0.0f);
         for (size_t k = 0; k < varying.size(); ++k) {
+            const bool perSample = varying[k] == '1';
+            const float first = k == 0 && !perSample ? 1.0f : value(random);
             inputs.push_back(std::make_unique<SampleSource>(
                 &environment, Floats{value(random), value(random), value(random)}));
-            if (varying[k])
-                gains.push_back(
-                    std::make_unique<SampleSource>(&environment, Floats{value(random), value(random)}));
-            else
-                gains.push_back(std::make_unique<SampleSource>(&environment,
-                                                               Floats{k == 0 ? 1.0f : value(random)}, true));
-        }
-        for (size_t inputCount = 1; inputCount <= varying.size(); ++inputCount) {
-            wave::Mixer sum(&environment);
-            Floats expected(6, 0.0f);
-            for (size_t k = 0; k < inputCount; ++k) {
-                const SampleSource& in = *inputs[k];
-                const SampleSource& g = *gains[k];
-                sum.addInput(inputs[k].get(), gains[k].get());
-                for (size_t i = 0; i < expected.size(); ++i)
-                    expected[i] += in.values[i % in.values.size()] * g.values[i % g.values.size()];
-            }
+            gains.push_back(std::make_unique<SampleSource>(
+                &environment, perSample ? Floats{first, value(random)} : Floats{first}, !perSample));
+            sum.addInput(inputs[k].get(), gains[k].get());
+            for (size_t i = 0; i < expected.size(); ++i)
+                expected[i] += inputs[k]->values[i % 3] * gains[k]->values[i % gains[k]->values.size()];
             expectNear(pull(environment, sum, 6), expected, 1e-5f);
         }
     }
@@ -383,20 +360,17 @@ TEST(Router, SilentRoutesAreNotPulledAndALoneUnityRouteIsForwarded) {
     router.addRoute(&second, 0.0f);
     router.addRoute(nullptr, 0.5f);
 
-    environment.nextGeneration();
-    EXPECT_EQ(router.fetch(4), first.getOwnBlock());
+    EXPECT_EQ(fresh(environment, router, 4), first.getOwnBlock());
     EXPECT_EQ(second.runs, 0);
     EXPECT_EQ(router.getPassThrough(), &first);
 
     // Remembered: later blocks forward without reading the routes.
-    environment.nextGeneration();
-    EXPECT_EQ(router.fetch(4), first.getOwnBlock());
+    EXPECT_EQ(fresh(environment, router, 4), first.getOwnBlock());
     EXPECT_EQ(first.runs, 2);
 
     // Changing a route's producer forgets the remembered one.
     router.setRouteProducer(0, &second);
-    environment.nextGeneration();
-    EXPECT_EQ(router.fetch(4), second.getOwnBlock());
+    EXPECT_EQ(fresh(environment, router, 4), second.getOwnBlock());
     router.setRouteProducer(0, &first);
 
     router.jumpRouteGain(1, 0.5f);
@@ -428,11 +402,9 @@ TEST(Router, RouteGainsRampOverTwentyMilliseconds) {
     router.setRouteGain(0, 0.5f);
     // 20 ms at 48 kHz is 960 samples: 15 blocks of 64 from 2.0 down to 1.0.
     Floats output;
-    for (int block = 0; block < 16; ++block) {
-        const Floats values = pull(environment, router, 64);
-        output.insert(output.end(), values.begin(), values.end());
-        environment.advance(64, false);
-    }
+    for (int block = 0; block < 16; ++block, environment.advance(64, false))
+        for (const float value : pull(environment, router, 64))
+            output.push_back(value);
     EXPECT_NEAR(output[0], 2.0f, 1e-3f);
     EXPECT_NEAR(output[480], 1.5f, 1e-3f);
     EXPECT_GT(output[959], 1.0f);
