@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 GenericPluginProcessor::BypassProcessor::BypassProcessor(GenericPluginProcessor& owner)
     : owner(owner), environment(*owner.getEnvironment()), mix(&environment, 0.0f), dryBlock(&environment),
@@ -126,7 +127,8 @@ bool GenericPluginProcessor::BypassProcessor::processWet(const float* const* inp
     if (!inputSilent)
         tailState = kProducing;
     else if (tailState == kProducing && tail >= 0)
-        tailState = latency + tail;
+        tailState = static_cast<int32_t>(
+            std::min<int64_t>(static_cast<int64_t>(latency) + tail, std::numeric_limits<int32_t>::max()));
     else if (tailState == kProducing && latency > 0)
         tailState = latency;
 

@@ -164,8 +164,12 @@ void GenericPluginProcessor::drainParameterQueue() {
 }
 
 void GenericPluginProcessor::setTransport(float newTempo, float hostBeatPosition, bool nowPlaying) {
-    if (std::fabs(newTempo) <= kFloatEpsilon)
+    // A non-finite tempo would turn the free-running beat position into NaN for good.
+    if (std::fabs(newTempo) <= kFloatEpsilon || !std::isfinite(newTempo))
         newTempo = kDefaultTempo;
+    // Likewise a non-finite host position: it is never adopted, and never compared against.
+    if (!std::isfinite(hostBeatPosition))
+        hostBeatPosition = lastHostBeatPosition;
     if (nowPlaying || std::fabs(hostBeatPosition - lastHostBeatPosition) > kFloatEpsilon) {
         beatPosition = hostBeatPosition;
         if (nowPlaying && !playing)

@@ -153,6 +153,20 @@ TEST(GenericPluginProcessorTest, ZeroTempoIsOneHundredTwentyAndAStoppedTransport
     EXPECT_EQ(processor.getBeatPosition(), 17.0);
 }
 
+TEST(GenericPluginProcessorTest, NonFiniteTransportValuesLeaveNoLastingNaN) {
+    TestProcessor processor;
+    processor.setTransport(INFINITY, 8.0f, false);
+    EXPECT_EQ(processor.getTempo(), 120.0f);
+    processor.setTransport(NAN, 8.0f, false);
+    processor.setTransport(120.0f, NAN, true);
+    runConstant(processor, 24000, 0.0f, kMaxChunk);
+    processor.setTransport(120.0f, NAN, false);
+    // Half a second at 120 BPM from beat 8.
+    EXPECT_NEAR(processor.getBeatPosition(), 9.0, 1e-9);
+    processor.setTransport(120.0f, 3.0f, false);
+    EXPECT_EQ(processor.getBeatPosition(), 3.0);
+}
+
 TEST(GenericPluginProcessorTest, ProcessingAllocatesNothingAndTakesNoLock) {
     {
         std::mutex probe;

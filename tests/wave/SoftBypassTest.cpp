@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 using frame_test::kFadeSamples;
 using frame_test::processBlock;
@@ -178,6 +179,12 @@ TEST(SoftBypassTest, TailKeepsProcessingAfterTheInputFallsSilent) {
             EXPECT_EQ(runSilentBlocks(processor, blocksOfTail + 2), expected) << latency;
         }
     }
+}
+
+TEST(SoftBypassTest, ALongTailPlusTheLatencyDoesNotOverflow) {
+    TestProcessor processor(Config{.latency = 10, .tail = std::numeric_limits<int32_t>::max()});
+    runConstant(processor, 64, 1.0f);
+    EXPECT_EQ(runSilentBlocks(processor, 2), std::vector<SilentBlock>(2, {true, false}));
 }
 
 TEST(SoftBypassTest, WithoutATailAnswerSilentInputIsNeverSkipped) {
