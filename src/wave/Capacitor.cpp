@@ -44,15 +44,19 @@ void Capacitor::processInPlace(const float* input, float* output, int32_t numSam
     const float* attackSeconds = attackTime.fetch(numSamples)->getData();
     const float* releaseSeconds = releaseTime.fetch(numSamples)->getData();
     double y = state;
+    int32_t count = sinceFlush;
     for (int32_t i = 0; i < numSamples; ++i) {
         const double x = input[i];
         const double c =
             x - y > 0.0 ? attack.get(attackSeconds[i], rate) : release.get(releaseSeconds[i], rate);
         y += (x - y) * c;
         output[i] = static_cast<float>(y);
-        if ((i & 3) == 3)
+        if (++count == 4) {
+            count = 0;
             y = (y + kDenormalGuard) - kDenormalGuard;
+        }
     }
+    sinceFlush = count;
     // A NaN or infinite input would otherwise poison every later block.
     state = std::isfinite(y) ? y : 0.0;
 }

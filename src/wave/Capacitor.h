@@ -50,6 +50,8 @@ private:
     CachedCoefficient release;
     double cachedRate = 0.0;
     double state = 0.0;
+    // Samples since the last denormal flush; counted across blocks so that short blocks flush too.
+    int32_t sinceFlush = 0;
 };
 
 } // namespace wave

@@ -119,7 +119,9 @@ void LevelMeter::advancePeak(float value, int32_t elapsedSamples) {
 
 LevelSource::Info LevelMeter::getLevelInfo() {
     const int32_t nowMs = timeProvider->elapsedMilliseconds();
-    const int32_t elapsedMs = std::max(nowMs - lastReadMs, 0);
+    // Modulo 2^32, so that the counter wrapping after 24.8 days neither overflows nor stalls the fall.
+    const int32_t elapsedMs =
+        std::max(static_cast<int32_t>(static_cast<uint32_t>(nowMs) - static_cast<uint32_t>(lastReadMs)), 0);
     lastReadMs = nowMs;
     LevelHandOver::Record record;
     if (handOver.take(record)) {

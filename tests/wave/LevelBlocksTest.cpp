@@ -125,6 +125,17 @@ TEST(Capacitor, AttackReleasePassThroughAndRecovery) {
     }
 }
 
+TEST(Capacitor, FlushesTinyStatesInBlocksShorterThanFour) {
+    Graph env;
+    Capacitor capacitor(&env, 0.0f, 0.001f); // ten times smaller every 48 samples
+    Floats signal(2000, 0.0f);
+    signal[0] = 1.0f;
+    // Unflushed, the state would reach about 1e-41 by the end: a subnormal float.
+    const Floats out = runThrough(env, capacitor, signal, {3, 1, 2});
+    EXPECT_TRUE(
+        std::none_of(out.begin(), out.end(), [](float v) { return std::fpclassify(v) == FP_SUBNORMAL; }));
+}
+
 TEST(NormalizerStub, DividesBySignalsOwnLevelAndHandlesSilence) {
     Graph env;
     wave::NormalizerStub normalizer(&env);

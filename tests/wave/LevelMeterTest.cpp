@@ -156,6 +156,18 @@ TEST(LevelMeter, FallsWithElapsedTimeWhenNoBlocksArrive) {
     }
 }
 
+TEST(LevelMeter, ElapsedTimeSurvivesTheMillisecondCounterWrapping) {
+    MeterRig rig; // the counter wraps after 24.8 days
+    rig.linear();
+    rig.meter.setHold(480, 0.0005f);
+    rig.nowMs = std::numeric_limits<int32_t>::max() - 4;
+    rig.info();
+    rig.feed(0.8f, 64);
+    EXPECT_EQ(rig.info().peak, 0.8f);
+    rig.nowMs = std::numeric_limits<int32_t>::min() + 6; // 11 ms later: falls by 528 * 0.0005
+    EXPECT_NEAR(rig.info().peak, 0.8f - 0.264f, 1e-6f);
+}
+
 TEST(LevelMeter, GainReductionMetersCountLowerAsMore) {
     MeterRig rig;
     rig.meter.levelDomain.setValue(LevelMeter::kRaw);
