@@ -1,4 +1,5 @@
 #include "eq/BiquadFilter.h"
+#include "PrototypeTestUtil.h"
 #include "wave/Environment.h"
 #include "wave/Input.h"
 
@@ -7,8 +8,9 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
-#include <random>
 #include <vector>
+
+using prototype_test::noise;
 
 namespace {
 
@@ -73,15 +75,6 @@ std::vector<float> referenceCascade(const std::vector<Coefficients>& sections, s
         }
     }
     return signal;
-}
-
-std::vector<float> noise(size_t count, unsigned seed = 7) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
-    std::vector<float> samples(count);
-    for (float& s : samples)
-        s = uniform(random);
-    return samples;
 }
 
 // Processes in place in chunks of the given sizes (cycled), from a buffer one float past an aligned

@@ -13,6 +13,9 @@
 using Complex = std::complex<double>;
 using Shape = FilterShape;
 
+using prototype_test::directFormResponse;
+using prototype_test::stateVariableResponse;
+
 namespace {
 
 constexpr double kSampleRate = 48000.0;
@@ -41,28 +44,6 @@ AnalogFilterPrototype designedBand(const Case& c) {
 
 double prewarp(const Case& c) {
     return std::tan(std::numbers::pi * (c.shape == Shape::FlatTilt ? 1000.0 : c.frequency) / kSampleRate);
-}
-
-Complex directFormResponse(const DigitalSectionCoefficients& c, double w) {
-    const Complex z1 = std::polar(1.0, -w), z2 = std::polar(1.0, -2.0 * w);
-    return (c[0] + c[1] * z1 + c[2] * z2) / (1.0 + c[3] * z1 + c[4] * z2);
-}
-
-// Runs the topology-preserving state-variable section on an impulse and evaluates the DTFT at w.
-Complex stateVariableResponse(const DigitalSectionCoefficients& c, double w, int32_t length) {
-    const auto [g, d, mL, mB, mH] = c;
-    double s1 = 0.0, s2 = 0.0;
-    Complex sum = 0.0;
-    for (int32_t n = 0; n < length; ++n) {
-        const double x = n == 0 ? 1.0 : 0.0;
-        const double hp = (x - d * s1 - s2) / (1.0 + g * d);
-        const double bp = s1 + g * hp;
-        const double lp = s2 + g * bp;
-        s1 = bp + g * hp;
-        s2 = lp + g * bp;
-        sum += (mB * bp + mH * hp + mL * lp) * std::polar(1.0, -w * n);
-    }
-    return sum;
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "eq/EQFilter.h"
+#include "PrototypeTestUtil.h"
 #include "support/AllocationCounter.h"
 #include "wave/Environment.h"
 #include "wave/FloatParameter.h"
@@ -11,25 +12,17 @@
 #include <limits>
 #include <memory>
 #include <numbers>
-#include <random>
 #include <tuple>
 #include <utility>
 #include <vector>
+
+using prototype_test::noise;
 
 namespace {
 
 using Coefficients = DigitalSectionCoefficients;
 constexpr double kPi = std::numbers::pi;
 constexpr float kRate = 48000.0f;
-
-std::vector<float> noise(size_t count, unsigned seed = 7) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
-    std::vector<float> samples(count);
-    for (float& s : samples)
-        s = uniform(random);
-    return samples;
-}
 
 std::vector<float> sine(size_t count, double hz, double rate = kRate, double amplitude = 0.5) {
     std::vector<float> samples(count);
