@@ -17,8 +17,6 @@ constexpr double kReleaseValues[] = {0.0, 0.1, 0.25, 0.5, 0.7, 0.9, 1.0};
 constexpr double kReleaseCurve[] = {0.0, 0.002, 0.05, 0.16, 0.36, 0.91, 1.0};
 constexpr int kReleasePoints = static_cast<int>(std::size(kReleaseValues));
 
-constexpr float kThresholdSpanDb = 60.0f;
-
 // Every constant block in the list.
 bool allConstant(std::initializer_list<const wave::BasicBlock<float>*> blocks) {
     return std::all_of(blocks.begin(), blocks.end(), [](auto* block) { return block->isConstant(); });
@@ -27,7 +25,7 @@ bool allConstant(std::initializer_list<const wave::BasicBlock<float>*> blocks) {
 } // namespace
 
 BandCompander::BandCompander(wave::Environment* environment)
-    : Filter(environment), threshold(environment, thresholdDbFromStored(0.6666667f)),
+    : Filter(environment), threshold(environment, static_cast<float>(thresholdDbFromStored(0.6666667))),
       knee(environment, wave::GainComputer::kDefaultKneeDb), ratio(environment, kDefaultRatio),
       limit(environment, kLargestRangeDb), stages{wave::Capacitor(environment), wave::Capacitor(environment),
                                                   wave::Capacitor(environment)},
@@ -42,10 +40,6 @@ BandCompander::BandCompander(wave::Environment* environment)
     normalizer.getFastFollower().getAttackTime().getParameter().jumpTo(kEnvelopeStartUpSeconds);
     normalizer.getFastFollower().getReleaseTime().getParameter().jumpTo(kEnvelopeStartUpSeconds);
     updateTimeConstants();
-}
-
-float BandCompander::thresholdDbFromStored(float stored) {
-    return kThresholdSpanDb * static_cast<float>(thresholdFromNormalized(stored) - 1.0);
 }
 
 BandCompander::TimeConstants BandCompander::timeConstantsFor(float attack, float release, float lowEdge,

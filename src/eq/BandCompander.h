@@ -51,9 +51,6 @@ public:
     // Lets the auto mode's envelope settle quickly after the detection signal changed.
     void restartNormalizer() { normalizer.restart(); }
 
-    // Threshold in dB of the band's stored " Threshold" value (0..1): 0 gives -60 dB, the default
-    // 0.6666667 about -13.3 dB.
-    static float thresholdDbFromStored(float stored);
     // Stage times for an attack value 0..50, a release value 0..70 and detector edges in log2 Hz.
     static TimeConstants timeConstantsFor(float attack, float release, float lowEdge, float highEdge);
 

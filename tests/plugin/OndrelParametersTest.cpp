@@ -43,7 +43,7 @@ const std::vector<ExpectedRow> kBandRows{
     {" Dynamic Range", true, -30, 30, 0, "", "dB", true},
     {" Dynamics Enabled", false, 0, 1, 1, "Dynamics Disabled,Dynamics Enabled", "", true},
     {" Dynamics Auto", false, 0, 1, 1, "Dynamics Auto,Dynamics Manual", "", true},
-    {" Threshold", true, 0, 1, 0.6666667, "", "", true},
+    {" Threshold", true, 0, 1, 0.6666667, "", "dB", true},
     {" Attack", true, 0, 100, 50, "", "%", true},
     {" Release", true, 0, 100, 50, "", "%", true},
     {" External Side Chain", false, 0, 1, 0, kOffOn, "", true},
@@ -207,6 +207,18 @@ TEST(EqMappings, ThresholdIsPiecewiseLinear) {
     EXPECT_NEAR(thresholdFromNormalized(0.05), 0.1, 1e-12);
     EXPECT_NEAR(thresholdFromNormalized(0.15), 0.3333333, 1e-7);
     EXPECT_EQ(thresholdFromNormalized(1.5), 1.0);
+
+    // The dynamic band's law, 60 (m - 1) dB, shown as the parameter's text and typed back.
+    GenericPluginBase owner;
+    OndrelParameters layout{owner};
+    auto& threshold = layout.bands.getSet(0).threshold;
+    EXPECT_EQ(threshold.getText(), "-13.33");
+    EXPECT_EQ(threshold.getTextForNormalized(0.0), "-60.00");
+    EXPECT_EQ(threshold.getTextForNormalized(0.1), "-48.00"); // m = 0.2
+    EXPECT_EQ(threshold.getTextForNormalized(1.0), "0.00");
+    double normalized = 0.0;
+    ASSERT_TRUE(threshold.parseText("-48", normalized));
+    EXPECT_NEAR(normalized, 0.1, 1e-6);
     const double xs[] = {0.0, 1.0};
     const double ys[] = {5.0, 7.0};
     EXPECT_EQ(interpolateBreakpoints(0.5, xs, ys, 1), 5.0); // fewer than two points: the last y

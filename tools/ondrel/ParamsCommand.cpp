@@ -78,7 +78,7 @@ std::string defaultCell(const ParameterRow& row) {
 }
 
 void writeTable(const std::vector<ParameterRow>& rows, std::ostream& out) {
-    constexpr size_t kValuesWidth = 30;
+    constexpr size_t kValuesWidth = 28;
     std::vector<std::array<std::string, 7>> cells{
         {"Index", "Name", "Kind", "Range", "Default", "Unit", "Values"}};
     for (const ParameterRow& row : rows)

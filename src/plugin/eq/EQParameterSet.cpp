@@ -21,6 +21,10 @@ const FloatPluginParameterUnit* percentUnit() {
     return &PercentParameterUnit::instance();
 }
 // Hosts show the Q itself (0.5 reads "1.000") and read typed Q values back; the stored value stays 0..1.
+const FloatPluginParameterUnit* thresholdUnit() {
+    static const DBParameterUnit unit(thresholdDbFromStored, storedFromThresholdDb);
+    return &unit;
+}
 const FloatPluginParameterUnit* qUnit() {
     static const RatioParameterUnit unit(qFromNormalized, normalizedFromQ);
     return &unit;
@@ -81,7 +85,8 @@ EQParameterSet::EQParameterSet(GenericParameterOwner& owner, uint32_t setNumber,
       // projects and presets depend on it.
       dynamicsAuto(*this, getName() + " Dynamics Auto", "Dynamics Auto,Dynamics Manual", 1,
                    band_help::kDynamicsAuto),
-      threshold(*this, getName() + " Threshold", 0.0f, 1.0f, 0.6666667f, nullptr, band_help::kThreshold),
+      threshold(*this, getName() + " Threshold", 0.0f, 1.0f, 0.6666667f, thresholdUnit(),
+                band_help::kThreshold),
       attack(*this, getName() + " Attack", 0.0f, 100.0f, 50.0f, percentUnit(), band_help::kAttack),
       release(*this, getName() + " Release", 0.0f, 100.0f, 50.0f, percentUnit(), band_help::kRelease),
       externalSideChain(*this, getName() + " External Side Chain", "Off,On", 0,

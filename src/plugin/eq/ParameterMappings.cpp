@@ -52,6 +52,16 @@ double normalizedFromThreshold(double threshold) {
                                   static_cast<int>(kThresholdCurve.size()));
 }
 
+constexpr double kThresholdSpanDb = 60.0;
+
+double thresholdDbFromStored(double stored) {
+    return kThresholdSpanDb * (thresholdFromNormalized(stored) - 1.0);
+}
+
+double storedFromThresholdDb(double db) {
+    return normalizedFromThreshold(db / kThresholdSpanDb + 1.0);
+}
+
 double outputLevelToGain(double level) {
     const double position = (level + 1.0) * 0.5;
     if (position >= kKneePosition)

@@ -10,6 +10,10 @@ double normalizedFromQ(double q);
 // Threshold curve position from the stored 0..1 value (piecewise linear; 0.6666667 -> 0.7777778).
 double thresholdFromNormalized(double normalized);
 double normalizedFromThreshold(double threshold);
+// A dynamic band's threshold in dB: 60 dB times (curve position - 1), so the stored 0 is -60 dB, the
+// default -13.3 dB and 1 is 0 dB. The engine and the parameter's text use this one law.
+double thresholdDbFromStored(double stored);
+double storedFromThresholdDb(double db);
 
 // Linear gain of the stored -1..1 Output Level: -21.6 dB at -0.6, 0 dB at 0, +36 dB at 1, and a
 // quadratic fade to silence below -21.6 dB.
