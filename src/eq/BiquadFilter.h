@@ -75,6 +75,8 @@ public:
     int32_t getLinkMode() const { return linkMode; }
     BiquadFilter* getPartner() const { return partner; }
     bool isCrossfading() const { return setup.crossfadePosition >= 0; }
+    // Disabled and faded out: the output is the input.
+    bool isFadedOut() const { return isSilentCopy(); }
     // Samples processed since the last reset.
     int64_t getStreamPosition() const { return streamPosition; }
 

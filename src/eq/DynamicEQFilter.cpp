@@ -42,6 +42,7 @@ DynamicEQFilter::DynamicEQFilter(wave::Environment* environment)
 }
 
 void DynamicEQFilter::setInput(wave::Producer* producer) {
+    input = producer;
     filterA.setInput(producer);
     filterB.setInput(producer);
 }
@@ -95,6 +96,10 @@ void DynamicEQFilter::updateGains() {
 }
 
 void DynamicEQFilter::process(wave::BasicBlock<float>* block, int32_t numSamples, int32_t) {
+    if (isFadedOut()) {
+        setCurrentBlock(wave::fetchOrZero(input, numSamples, getEnvironment()));
+        return;
+    }
     const auto& frequencies = *frequencyParameter.fetch(numSamples);
     const auto& qs = *qParameter.fetch(numSamples);
     const auto& gainsA = *gainA.fetch(numSamples);

@@ -31,6 +31,8 @@ public:
     void setGainSource(wave::Producer* producer);
 
     bool isDynamic() const { return dynamic; }
+    // Disabled and faded out: the band's input block passes through untouched, at no cost.
+    bool isFadedOut() const { return filterA.isFadedOut() && (!dynamic || filterB.isFadedOut()); }
     EQFilter& getFilterA() { return filterA; }
     EQFilter& getFilterB() { return filterB; }
 
@@ -60,6 +62,7 @@ private:
     FloatParameterSource qParameter;
     FloatParameterSource gainA;
     FloatParameterSource gainB;
+    wave::Producer* input = nullptr;
     wave::Producer* gainSource = nullptr;
     bool dynamic = false;
 };

@@ -22,13 +22,18 @@ void GenericPluginProcessor::BypassProcessor::addChannel() {
     rebuildDryDelays();
 }
 
+void GenericPluginProcessor::BypassProcessor::reserveLatency(int32_t samples) {
+    reservedLatency = std::max(samples, 0);
+    rebuildDryDelays();
+}
+
 void GenericPluginProcessor::BypassProcessor::rebuildDryDelays() {
     latency = std::max(owner.latency, 0);
     const float* silence = environment.getZeroBlock()->getData();
     const int32_t maxBlockSize = environment.getMaxBlockSize();
     for (int32_t channel = 0; channel < numDelays; ++channel) {
         wave::Delay& delay = *dryDelays[static_cast<size_t>(channel)];
-        delay.setMaxDelay(latency);
+        delay.setMaxDelay(std::max(latency, reservedLatency));
         delay.setDelay(latency);
         delay.reset();
         // A line holding less than a read reaches back delivers only its fill value, even for the

@@ -13,7 +13,7 @@
 // Leaving bypass with latency L keeps the output dry for L samples, until the processed signal
 // that restarted from a clean graph is valid, and then fades in. Also tracks the tail after the
 // input fell silent so that silent blocks can be skipped.
-// Threading: audio thread, except the constructor and addChannel.
+// Threading: audio thread, except the constructor, addChannel and reserveLatency.
 class GenericPluginProcessor::BypassProcessor {
 public:
     // Tail state: still producing (the count has not started); 0 at rest; above 0 samples of tail
@@ -25,6 +25,9 @@ public:
 
     // Builds the dry delay of one more channel.
     void addChannel();
+    // Off the audio thread: sizes the dry delays for the longest latency the product can report,
+    // so that later latency changes never allocate.
+    void reserveLatency(int32_t samples);
     // The first block after processing starts: a fade-in still waiting for the processed signal
     // lands at once, as no delayed signal from before the stop is worth waiting for.
     void restart() { restartPending = true; }
@@ -63,5 +66,6 @@ private:
     int32_t waitCountdown = 0;
     bool restartPending = false;
     int32_t latency = 0;
+    int32_t reservedLatency = 0;
     int32_t tailState = kProducing;
 };

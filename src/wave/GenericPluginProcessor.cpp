@@ -82,6 +82,11 @@ int32_t GenericPluginProcessor::addChannel(std::unique_ptr<Channel> channel) {
     return channels.back()->index;
 }
 
+void GenericPluginProcessor::reserveLatency(int32_t samples) {
+    if (bypassProcessor != nullptr)
+        bypassProcessor->reserveLatency(samples);
+}
+
 void GenericPluginProcessor::setProcessing(bool processing) {
     active = processing;
     if (processing && bypassProcessor != nullptr)

@@ -218,6 +218,9 @@ protected:
 
     // The dry delays follow at the next graph block.
     void setLatency(int32_t samples) { latency = samples; }
+    // Off the audio thread: the longest latency setLatency will be given, so that following a
+    // latency change never allocates.
+    void reserveLatency(int32_t samples);
     // Passed to the adapter once the block's MIDI events are handled.
     void setMidiNotification(int32_t value) { midiNotification = value; }
 

@@ -33,8 +33,8 @@ void LevelPanConverter::processAll(float* const* outputs, int32_t numSamples) {
     float* right = outputs[1];
     for (int32_t i = 0; i < numSamples; ++i) {
         const float gain = sign * g[i];
-        left[i] = gain * (1.0f - std::max(p[i], 0.0f));
-        right[i] = gain * (1.0f + std::min(p[i], 0.0f));
+        left[i] = gain * balanceGainLeft(p[i]);
+        right[i] = gain * balanceGainRight(p[i]);
     }
     getOutputBlock(0)->setConstant(constant);
     getOutputBlock(1)->setConstant(constant);

@@ -4,6 +4,14 @@
 
 namespace wave {
 
+// The linear balance law: the centre keeps both sides at full level, panning fades the far side.
+inline float balanceGainLeft(float pan) {
+    return 1.0f - (pan > 0.0f ? pan : 0.0f);
+}
+inline float balanceGainRight(float pan) {
+    return 1.0f + (pan < 0.0f ? pan : 0.0f);
+}
+
 // Turns a linear level and a pan position (-1 left .. +1 right) into a gain per side by a linear
 // balance law: the centre keeps the full level on both sides, and panning fades only the far side,
 // to silence at the end of the range. Output 0 is the left gain, output 1 the right gain. An absent

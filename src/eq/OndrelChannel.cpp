@@ -1,0 +1,34 @@
+#include "eq/OndrelChannel.h"
+
+OndrelProcessor::OndrelChannel::BandSlot::BandSlot(wave::Environment* environment)
+    : filter(environment), detector(environment), compander(environment), gainMeter(environment),
+      reductionMeter(environment) {
+    compander.setInput(&detector);
+    filter.setGainSource(&compander);
+    filter.filterEnabled.setValue(false);
+    for (wave::LevelMeter* meter : {&gainMeter, &reductionMeter}) {
+        meter->setInput(&compander);
+        meter->levelDomain.setValue(wave::LevelMeter::kRaw);
+        meter->displayInDb.setValue(false);
+    }
+    gainMeter.setClampRange(-DynamicEQFilter::kGainLimitDb, DynamicEQFilter::kGainLimitDb);
+    reductionMeter.setDirection(1);
+    reductionMeter.setClampRange(-180.0f, 0.0f);
+}
+
+OndrelProcessor::OndrelChannel::OndrelChannel(OndrelProcessor& owner, uint32_t flags, int32_t maximumDelay)
+    : GenericPluginProcessor::Channel(owner, flags), soloFilter(owner.getEnvironment()),
+      monitorMix(owner.getEnvironment(), maximumDelay), inputMeter(owner.getEnvironment()),
+      outputMeter(owner.getEnvironment()), sideChainMeter(owner.getEnvironment()) {
+    for (auto& slot : slots)
+        slot = std::make_unique<BandSlot>(owner.getEnvironment());
+    inputMeter.setInput(&getMainInput());
+    sideChainMeter.setInput(&getSideChainInput());
+    for (wave::LevelMeter* meter : {&inputMeter, &outputMeter, &sideChainMeter})
+        meter->schedule(true);
+}
+
+void OndrelProcessor::OndrelChannel::setBandApplies(int32_t band, bool value) {
+    applies[static_cast<size_t>(band)] = value;
+    getSlot(band).filter.filterEnabled.setValue(value);
+}

@@ -1,0 +1,612 @@
+#include "eq/OndrelProcessor.h"
+
+#include "eq/EngineWorker.h"
+#include "eq/OndrelChannel.h"
+#include "eq/OutputStage.h"
+#include "foundation/BinaryStreams.h"
+#include "foundation/Numbers.h"
+#include "plugin/eq/ParameterMappings.h"
+#include "wave/ChannelLayouts.h"
+#include "wave/MidSideConverter.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+constexpr int32_t kStereoLayout = 1;
+constexpr float kAutoThresholdAttack = 25.0f;
+constexpr float kAutoThresholdRelease = 35.0f;
+// The detector's band: " Side Chain Filtering" Free makes it three times steeper than the band's.
+constexpr float kBandDetectorSlope = 1.0f; // 12 dB/oct
+constexpr float kFreeDetectorSlope = 5.0f; // 36 dB/oct
+constexpr double kHighShelfDetectorLimit = 10000.0;
+
+bool isHighShelf(FilterShape shape) {
+    return shape == FilterShape::HighShelf || shape == FilterShape::HighShelfVariant;
+}
+bool isLowShelf(FilterShape shape) {
+    return shape == FilterShape::LowShelf || shape == FilterShape::LowShelfVariant;
+}
+
+// The filter that lets a soloed band's region through: the part of the spectrum a boost or cut
+// affects, or what a cut removes. Tilts and All Pass affect everything (no filter at all).
+struct SoloFilterDesign {
+    bool everything = false;
+    FilterShape shape = FilterShape::BandPass;
+    float slope = 1.0f;
+    float q = 1.0f;
+};
+
+SoloFilterDesign soloFilterFor(const BandSettings& band) {
+    switch (band.shape) {
+    case FilterShape::Bell:
+    case FilterShape::Notch:
+        return {false, FilterShape::BandPass, 1.0f, band.userQ()};
+    case FilterShape::BandPass:
+    case FilterShape::ScaledBandPass:
+        return {false, FilterShape::BandPass, band.engineSlope(), band.userQ()};
+    case FilterShape::LowShelf:
+    case FilterShape::LowShelfVariant:
+        return {false, FilterShape::HighCut, 1.0f, 1.0f};
+    case FilterShape::HighShelf:
+    case FilterShape::HighShelfVariant:
+        return {false, FilterShape::LowCut, 1.0f, 1.0f};
+    case FilterShape::LowCut:
+        return {false, FilterShape::HighCut, band.engineSlope(), band.userQ()};
+    case FilterShape::HighCut:
+        return {false, FilterShape::LowCut, band.engineSlope(), band.userQ()};
+    case FilterShape::TiltShelf:
+    case FilterShape::FlatTilt:
+    case FilterShape::AllPass:
+        break;
+    }
+    return {true};
+}
+
+// The lowest band whose flag is set, keeping the current one while it still is.
+int32_t pickBand(int32_t current, const BandSettingsArray& bands, bool (*wanted)(const BandSettings&)) {
+    if (current >= 0 && wanted(bands[static_cast<size_t>(current)]))
+        return current;
+    for (size_t b = 0; b < bands.size(); ++b)
+        if (wanted(bands[b]))
+            return static_cast<int32_t>(b);
+    return -1;
+}
+
+bool wantsSolo(const BandSettings& band) {
+    return band.used && band.solo;
+}
+bool wantsAudition(const BandSettings& band) {
+    return band.used && band.sideChainAudition && !band.dynamicsAuto;
+}
+
+} // namespace
+
+struct OndrelProcessor::ChannelGroup {
+    ChannelGroup(wave::Environment* environment, int32_t first, int32_t second)
+        : channels{first, second}, size(second >= 0 ? 2 : 1),
+          output(std::make_unique<OutputStage>(environment, size)) {
+        if (size < 2)
+            return;
+        encoder = std::make_unique<wave::MidSideConverter>(environment);
+        encoder->conversion.setValue(wave::MidSideConverter::kEncode);
+        decoder = std::make_unique<wave::MidSideConverter>(environment);
+        decoder->conversion.setValue(wave::MidSideConverter::kDecode);
+        sideChainEncoder = std::make_unique<wave::MidSideConverter>(environment);
+        sideChainEncoder->conversion.setValue(wave::MidSideConverter::kEncode);
+        monitorDecoder = std::make_unique<wave::MidSideConverter>(environment);
+    }
+
+    std::array<int32_t, 2> channels;
+    int32_t size;
+    std::unique_ptr<OutputStage> output;
+    // Into and out of mid/side for the mid/side stages.
+    std::unique_ptr<wave::MidSideConverter> encoder;
+    std::unique_ptr<wave::MidSideConverter> decoder;
+    // The side chain as mid and side, for mid/side bands that listen to it.
+    std::unique_ptr<wave::MidSideConverter> sideChainEncoder;
+    // A monitored mid/side band's signal back to left/right.
+    std::unique_ptr<wave::MidSideConverter> monitorDecoder;
+};
+
+OndrelProcessor::OndrelProcessor(int32_t layoutIndex, int32_t maxBlockSize, float sampleRate)
+    : OndrelParameters(static_cast<GenericPluginBase&>(*this)),
+      layout(chl::layoutChannelCount(layoutIndex) > 0 ? layoutIndex : kStereoLayout),
+      worker(std::make_unique<EngineWorker>()) {
+    initialize(std::max(maxBlockSize, 1), static_cast<int32_t>(sampleRate));
+    setSampleRate(sampleRate);
+    setBypassParameterIndex(bypass.getIndex());
+    createChannels();
+    sampleRateChanged();
+}
+
+OndrelProcessor::~OndrelProcessor() {
+    // The worker reads nothing of ours, but stopping it first keeps shut-down order obvious.
+    worker.reset();
+    terminate();
+}
+
+OndrelProcessor::OndrelChannel& OndrelProcessor::getOndrelChannel(int32_t index) const {
+    return static_cast<OndrelChannel&>(getChannel(index));
+}
+
+void OndrelProcessor::createChannels() {
+    const auto flags = chl::layoutFlags(layout);
+    const int32_t maximumDelay = maximumLatency(getSampleRate(), 0);
+    for (uint32_t channelFlags : flags)
+        addChannel(std::make_unique<OndrelChannel>(*this, channelFlags, maximumDelay));
+    setFirstPerChannelMeter(0);
+
+    // A left speaker pairs with the right speaker at the same azimuth and height.
+    constexpr uint32_t kPlacement = chl::kAzimuthMask | chl::kHeight;
+    std::vector<bool> grouped(flags.size(), false);
+    for (size_t i = 0; i < flags.size(); ++i) {
+        if (grouped[i])
+            continue;
+        int32_t partner = -1;
+        if ((flags[i] & chl::kLeftOfPair) != 0) {
+            for (size_t j = i + 1; j < flags.size(); ++j) {
+                if (!grouped[j] && (flags[j] & chl::kRightOfPair) != 0 &&
+                    (flags[j] & kPlacement) == (flags[i] & kPlacement)) {
+                    partner = static_cast<int32_t>(j);
+                    grouped[j] = true;
+                    break;
+                }
+            }
+        }
+        grouped[i] = true;
+        groups.emplace_back(getEnvironment(), static_cast<int32_t>(i), partner);
+    }
+
+    for (const ChannelGroup& group : groups) {
+        for (int32_t k = 0; k < group.size; ++k) {
+            OndrelChannel& channel = getOndrelChannel(group.channels[static_cast<size_t>(k)]);
+            channel.getOutputMeter().setInput(group.output->getOutputProducer(k));
+        }
+    }
+    for (int32_t c = 0; c < getNumChannels(); ++c) {
+        OndrelChannel& channel = getOndrelChannel(c);
+        for (int32_t b = 0; b < kNumBands; ++b) {
+            setMeter(c, b, &channel.getSlot(b).gainMeter);
+            setMeter(c, kBandGainReductionMeter + b, &channel.getSlot(b).reductionMeter);
+        }
+        setMeter(c, kInputMeter, &channel.getInputMeter());
+        setMeter(c, kOutputMeter, &channel.getOutputMeter());
+        setMeter(c, kSideChainMeter, &channel.getSideChainMeter());
+    }
+}
+
+void OndrelProcessor::sampleRateChanged() {
+    const int32_t longest = maximumLatency(getSampleRate(), 0);
+    reserveLatency(longest);
+    for (int32_t c = 0; c < getNumChannels(); ++c)
+        getOndrelChannel(c).getMonitorMix().setMaximumDelay(longest);
+    changedBands.set();
+    globalsChanged = true;
+    outputChanged = true;
+    rewirePending = true;
+    applyPendingChanges();
+}
+
+int32_t OndrelProcessor::computeLatency(double sampleRate) const {
+    return ::computeLatency(stages, processingMode.getValue(), processingResolution.getValue(), sampleRate,
+                            0);
+}
+
+void OndrelProcessor::parameterChanged(int32_t index) {
+    GenericPluginProcessor::parameterChanged(index);
+    if (bands.containsParameterIndex(index)) {
+        changedBands.set(static_cast<size_t>(bands.getSetIndexForParameter(index)));
+    } else if (extensions.containsParameterIndex(index)) {
+        changedBands.set(static_cast<size_t>(extensions.getSetIndexForParameter(index)));
+    } else if (index == processingMode.getIndex() || index == processingResolution.getIndex() ||
+               index == character.getIndex() || index == gainScale.getIndex()) {
+        globalsChanged = true;
+    } else {
+        outputChanged = true;
+    }
+}
+
+void OndrelProcessor::applyParameterPoint(int32_t index, float value) {
+    if (AbstractPluginParameter* parameter = getParameter(index)) {
+        parameter->setPlain(value);
+        parameterChanged(index);
+    }
+}
+
+void OndrelProcessor::applyPendingChanges() {
+    if (globalsChanged)
+        changedBands.set();
+    if (changedBands.none() && !outputChanged)
+        return;
+    std::bitset<kNumBands> newlySoloed;
+    std::bitset<kNumBands> newlyAuditioned;
+    for (int32_t b = 0; b < kNumBands; ++b) {
+        const auto index = static_cast<size_t>(b);
+        if (!changedBands.test(index))
+            continue;
+        const BandSettings settings = BandSettings::from(bands.getSet(b), extensions.getSet(b));
+        newlySoloed.set(index, wantsSolo(settings) && !wantsSolo(bandSettings[index]));
+        newlyAuditioned.set(index, wantsAudition(settings) && !wantsAudition(bandSettings[index]));
+        bandSettings[index] = settings;
+    }
+    if (changedBands.any()) {
+        updateStages();
+        bool sideChainUsed = false;
+        for (int32_t b = 0; b < kNumBands; ++b) {
+            const auto index = static_cast<size_t>(b);
+            if (changedBands.test(index))
+                updateBand(b);
+            sideChainUsed = sideChainUsed ||
+                            (isDynamicBand(bandSettings[index]) && bandSettings[index].externalSideChain);
+        }
+        setSideChainUsed(sideChainUsed);
+        updateMonitor(newlySoloed, newlyAuditioned);
+        publishRealTimeBands();
+        ++snapshot.settingsSerial;
+        snapshotPending = true;
+    }
+    updateOutput();
+    updateLatency();
+    changedBands.reset();
+    globalsChanged = false;
+    outputChanged = false;
+}
+
+void OndrelProcessor::updateStages() {
+    const StageAssignment assigned =
+        assignStages(bandSettings, processingMode.getValue(), processingResolution.getValue(), stages);
+    if (assigned != stages)
+        rewirePending = true;
+    stages = assigned;
+}
+
+void OndrelProcessor::updateBand(int32_t b) {
+    const BandSettings& band = bandSettings[static_cast<size_t>(b)];
+    const bool dynamic =
+        dynamicsAvailable(processingMode.getValue(), processingResolution.getValue()) && isDynamicBand(band);
+    const float scale = gainScale.getValue();
+    for (int32_t c = 0; c < getNumChannels(); ++c) {
+        OndrelChannel& channel = getOndrelChannel(c);
+        OndrelChannel::BandSlot& slot = channel.getSlot(b);
+        const bool applies = bandAppliesToChannel(band, channel.getFlags());
+        if (applies != channel.bandApplies(b))
+            rewirePending = true;
+        channel.setBandApplies(b, applies);
+
+        DynamicEQFilter& filter = slot.filter;
+        filter.shape.setValue(band.shape);
+        filter.slope.setValue(band.engineSlope());
+        filter.frequency.setValue(band.frequency);
+        filter.q.setValue(band.userQ());
+        filter.baseGain.setValue(band.gain);
+        filter.range.setValue(band.dynamicRange);
+        filter.gainScale.setValue(scale);
+        filter.dynamicsEnabled.setValue(dynamic);
+
+        const bool metered = dynamic && applies;
+        for (wave::LevelMeter* meter : {&slot.gainMeter, &slot.reductionMeter}) {
+            if (metered)
+                meter->schedule(false);
+            else
+                meter->unschedule();
+        }
+        if (dynamic || wantsAudition(band))
+            configureDetection(band, channel, b);
+    }
+}
+
+void OndrelProcessor::configureDetection(const BandSettings& band, OndrelChannel& channel, int32_t b) {
+    OndrelChannel::BandSlot& slot = channel.getSlot(b);
+    const double frequency = std::exp2(static_cast<double>(band.frequency));
+    double low = 20.0;
+    double high = 30000.0;
+    FilterShape shape = FilterShape::BandPass;
+    if (isHighShelf(band.shape)) {
+        low = std::min(frequency, kHighShelfDetectorLimit);
+        shape = FilterShape::LowCut;
+    } else if (isLowShelf(band.shape)) {
+        high = frequency;
+        shape = FilterShape::HighCut;
+    } else {
+        const BandEdges edges = bandEdges(band.shape, frequency, band.userQ(), band.engineSlope());
+        low = edges.lower;
+        high = edges.upper;
+    }
+    BandCompander& compander = slot.compander;
+    compander.detectorLowEdge.setValue(static_cast<float>(std::log2(low)));
+    compander.detectorHighEdge.setValue(static_cast<float>(std::log2(high)));
+    float slope = kBandDetectorSlope;
+    if (!band.dynamicsAuto && band.sideChainFiltering == SideChainFiltering::Free) {
+        low = std::exp2(static_cast<double>(band.sideChainLowFrequency));
+        high = std::exp2(static_cast<double>(band.sideChainHighFrequency));
+        if (high < low)
+            std::swap(low, high);
+        shape = FilterShape::BandPass;
+        slope = kFreeDetectorSlope;
+    }
+
+    double corner = std::sqrt(low * high);
+    float q = 1.0f;
+    if (shape == FilterShape::LowCut) {
+        corner = low;
+    } else if (shape == FilterShape::HighCut) {
+        corner = high;
+    } else {
+        // A band pass whose -3 dB edges are low and high.
+        const double prototype = corner / std::max(high - low, corner * 1e-3);
+        q = static_cast<float>(userQ(FilterShape::BandPass, prototype));
+    }
+    const auto cornerLog2 = static_cast<float>(std::log2(corner));
+    const bool moved =
+        std::fabs(cornerLog2 - slot.detectorFrequency) > kFloatEpsilon || shape != slot.detectorShape;
+    slot.detector.shape.setValue(shape);
+    slot.detector.slope.setValue(slope);
+    slot.detector.setFrequency(cornerLog2);
+    slot.detector.setQ(q);
+    if (moved) {
+        slot.detectorFrequency = cornerLog2;
+        slot.detectorShape = shape;
+        // A band being auditioned keeps its filter running, so the listener hears no gap.
+        if (!band.sideChainAudition)
+            slot.detector.resetStates();
+        compander.restartNormalizer();
+    }
+
+    compander.autoThreshold.setValue(band.dynamicsAuto);
+    compander.getThreshold().setValue(static_cast<float>(thresholdDbFromStored(band.threshold)));
+    compander.getLimit().setValue(std::fabs(band.dynamicRange));
+    compander.setRangeSign(band.dynamicRange < 0.0f ? -1.0f : 1.0f);
+    // In auto mode the knobs are ignored; at their default 50 % they give the same times.
+    compander.attack.setValue(band.dynamicsAuto ? kAutoThresholdAttack : band.attack * 0.5f);
+    compander.release.setValue(band.dynamicsAuto ? kAutoThresholdRelease : band.release * 0.7f);
+}
+
+void OndrelProcessor::updateMonitor(const std::bitset<kNumBands>& newlySoloed,
+                                    const std::bitset<kNumBands>& newlyAuditioned) {
+    // The band switched on last wins; when it lets go, another band still switched on takes over.
+    const auto follow = [this](int32_t current, const std::bitset<kNumBands>& fresh, auto wanted) {
+        for (int32_t b = 0; b < kNumBands; ++b)
+            if (fresh.test(static_cast<size_t>(b)))
+                current = b;
+        return pickBand(current, bandSettings, wanted);
+    };
+    soloBand = follow(soloBand, newlySoloed, wantsSolo);
+    auditionBand = follow(auditionBand, newlyAuditioned, wantsAudition);
+    const int32_t monitored = auditionBand >= 0 ? auditionBand : soloBand;
+    if (monitored != monitoredBand)
+        rewirePending = true;
+    monitoredBand = monitored;
+    if (soloBand < 0 || auditionBand >= 0)
+        return;
+    const BandSettings& band = bandSettings[static_cast<size_t>(soloBand)];
+    const SoloFilterDesign design = soloFilterFor(band);
+    for (int32_t c = 0; c < getNumChannels(); ++c) {
+        EQFilter& filter = getOndrelChannel(c).getSoloFilter();
+        filter.shape.setValue(design.shape);
+        filter.slope.setValue(design.slope);
+        filter.setFrequency(band.frequency);
+        filter.setQ(design.q);
+    }
+    soloPassesEverything = design.everything;
+}
+
+void OndrelProcessor::updateOutput() {
+    const auto panMode = outputPanMode.getValue();
+    for (ChannelGroup& group : groups) {
+        OutputStage& output = *group.output;
+        output.setLevel(static_cast<float>(outputLevelToGain(outputLevel.getValue())));
+        output.setPan(outputPan.getValue());
+        output.setMidSidePan(panMode == ChannelMode::MidSide);
+        output.setInverted(outputInvertPhase.getValue());
+        output.setMakeUpGain(static_cast<float>(dbToGain(makeUpGainDb())));
+    }
+    const bool soloing = monitoredBand >= 0 && monitoredBand != auditionBand;
+    for (int32_t c = 0; c < getNumChannels(); ++c)
+        getOndrelChannel(c).getMonitorMix().setMonitoring(monitoredBand >= 0,
+                                                          soloing ? soloGain.getValue() : 0.0f);
+}
+
+float OndrelProcessor::makeUpGainDb() const {
+    if (!autoGain.getValue())
+        return 0.0f;
+    return std::clamp(-appliedLoudnessChange, -kMaximumMakeUpDb, kMaximumMakeUpDb);
+}
+
+void OndrelProcessor::followLoudness() {
+    const float change = worker->getLoudnessChangeDb();
+    if (change == appliedLoudnessChange)
+        return;
+    appliedLoudnessChange = change;
+    if (autoGain.getValue())
+        updateOutput();
+}
+
+void OndrelProcessor::updateLatency() {
+    const int32_t samples = computeLatency(getSampleRate());
+    if (samples != getLatency())
+        setLatency(samples);
+    for (int32_t c = 0; c < getNumChannels(); ++c)
+        getOndrelChannel(c).getMonitorMix().setDelay(samples);
+}
+
+StageSet OndrelProcessor::wiredStages() const {
+    const ProcessingMode mode = processingMode.getValue();
+    StageSet wired = stagesInUse(stages, mode);
+    if (mode != ProcessingMode::ZeroLatency)
+        return wired;
+    // Without latency to keep, a stage whose last band is fading out stays until it is silent.
+    for (int32_t b = 0; b < kNumBands; ++b) {
+        const auto stage = static_cast<size_t>(stages.stageOfBand[static_cast<size_t>(b)]);
+        for (int32_t c = 0; c < getNumChannels() && !wired[stage]; ++c)
+            wired[stage] = !getOndrelChannel(c).getSlot(b).filter.isFadedOut();
+    }
+    return wired;
+}
+
+wave::Producer* OndrelProcessor::wireStage(StageType type, OndrelChannel& channel, wave::Producer* input,
+                                           const ChannelGroup& group, int32_t side, bool used) {
+    channel.setStageInput(type, input);
+    const bool midSidePair = isMidSideStage(type) && group.size == 2;
+    for (int32_t b = 0; b < kNumBands; ++b) {
+        if (stages.stageOfBand[static_cast<size_t>(b)] != type)
+            continue;
+        OndrelChannel::BandSlot& slot = channel.getSlot(b);
+        if (!bandSettings[static_cast<size_t>(b)].externalSideChain)
+            slot.detector.setInput(input);
+        else if (midSidePair)
+            slot.detector.setInput(group.sideChainEncoder->getOutputProducer(side));
+        else
+            slot.detector.setInput(&channel.getSideChainInput());
+    }
+    if (!used || isLinearStage(type))
+        return input;
+    for (int32_t b = 0; b < kNumBands; ++b) {
+        if (stages.stageOfBand[static_cast<size_t>(b)] != type)
+            continue;
+        DynamicEQFilter& filter = channel.getSlot(b).filter;
+        filter.setInput(input);
+        input = &filter;
+    }
+    return input;
+}
+
+wave::Producer* OndrelProcessor::monitorSource(OndrelChannel& channel) {
+    if (monitoredBand < 0 || !channel.bandApplies(monitoredBand))
+        return nullptr;
+    OndrelChannel::BandSlot& slot = channel.getSlot(monitoredBand);
+    if (monitoredBand == auditionBand)
+        return &slot.detector;
+    wave::Producer* input = channel.getStageInput(stages.stageOfBand[static_cast<size_t>(monitoredBand)]);
+    if (soloPassesEverything)
+        return input;
+    channel.getSoloFilter().setInput(input);
+    return &channel.getSoloFilter();
+}
+
+void OndrelProcessor::rewire() {
+    rewirePending = false;
+    wired = wiredStages();
+    const bool midSide = wired[static_cast<size_t>(StageType::MinimumMidSide)] ||
+                         wired[static_cast<size_t>(StageType::LinearMidSide)];
+    const bool monitoredMidSide =
+        monitoredBand >= 0 && isMidSideStage(stages.stageOfBand[static_cast<size_t>(monitoredBand)]);
+    for (ChannelGroup& group : groups) {
+        std::array<OndrelChannel*, 2> channels{};
+        std::array<wave::Producer*, 2> path{};
+        for (int32_t k = 0; k < group.size; ++k) {
+            channels[static_cast<size_t>(k)] = &getOndrelChannel(group.channels[static_cast<size_t>(k)]);
+            path[static_cast<size_t>(k)] = &channels[static_cast<size_t>(k)]->getMainInput();
+        }
+        const auto runStages = [&](StageType first, StageType second) {
+            for (StageType type : {first, second})
+                for (int32_t k = 0; k < group.size; ++k)
+                    path[static_cast<size_t>(k)] =
+                        wireStage(type, *channels[static_cast<size_t>(k)], path[static_cast<size_t>(k)],
+                                  group, k, wired[static_cast<size_t>(type)]);
+        };
+        runStages(StageType::MinimumLeftRight, StageType::LinearLeftRight);
+        if (group.size == 2) {
+            group.sideChainEncoder->setFirstInput(&channels[0]->getSideChainInput());
+            group.sideChainEncoder->setSecondInput(&channels[1]->getSideChainInput());
+        }
+        if (group.size == 2 && midSide) {
+            group.encoder->setFirstInput(path[0]);
+            group.encoder->setSecondInput(path[1]);
+            path = {group.encoder->getOutputProducer(0), group.encoder->getOutputProducer(1)};
+        }
+        runStages(StageType::MinimumMidSide, StageType::LinearMidSide);
+        if (group.size == 2 && midSide) {
+            group.decoder->setFirstInput(path[0]);
+            group.decoder->setSecondInput(path[1]);
+            path = {group.decoder->getOutputProducer(0), group.decoder->getOutputProducer(1)};
+        }
+
+        std::array<wave::Producer*, 2> monitor{};
+        for (int32_t k = 0; k < group.size; ++k)
+            monitor[static_cast<size_t>(k)] = monitorSource(*channels[static_cast<size_t>(k)]);
+        if (group.size == 2) {
+            group.monitorDecoder->conversion.setValue(
+                monitoredMidSide ? wave::MidSideConverter::kDecode : wave::MidSideConverter::kPassThrough);
+            group.monitorDecoder->setFirstInput(monitor[0]);
+            group.monitorDecoder->setSecondInput(monitor[1]);
+            monitor = {group.monitorDecoder->getOutputProducer(0),
+                       group.monitorDecoder->getOutputProducer(1)};
+        }
+        for (int32_t k = 0; k < group.size; ++k) {
+            MonitorMix& mix = channels[static_cast<size_t>(k)]->getMonitorMix();
+            mix.setInputs(path[static_cast<size_t>(k)], monitor[static_cast<size_t>(k)]);
+            group.output->setInput(k, &mix);
+        }
+    }
+}
+
+void OndrelProcessor::processChannels(float* const* buffers, int32_t numChannels, int32_t numSamples) {
+    applyPendingChanges();
+    followLoudness();
+    if (rewirePending || wiredStages() != wired)
+        rewire();
+    for (const ChannelGroup& group : groups) {
+        for (int32_t k = 0; k < group.size; ++k) {
+            const int32_t c = group.channels[static_cast<size_t>(k)];
+            const float* out = group.output->getOutputProducer(k)->fetch(numSamples)->getData();
+            if (c < numChannels)
+                std::copy_n(out, numSamples, buffers[c]);
+        }
+    }
+    if (snapshotPending)
+        publishSnapshot();
+}
+
+void OndrelProcessor::publishSnapshot() {
+    snapshotPending = false;
+    snapshot.bands = bandSettings;
+    snapshot.stages = stages;
+    snapshot.mode = processingMode.getValue();
+    snapshot.resolution = processingResolution.getValue();
+    snapshot.gainScale = gainScale.getValue();
+    snapshot.sampleRate = getSampleRate();
+    snapshot.numChannels = std::min(getNumChannels(), EngineSnapshot::kMaxChannels);
+    for (int32_t c = 0; c < snapshot.numChannels; ++c)
+        snapshot.channelFlags[static_cast<size_t>(c)] = getChannel(c).getFlags();
+    worker->publish(snapshot);
+}
+
+void OndrelProcessor::publishRealTimeBands() {
+    // Latencies of the stages a band's gain readings run ahead of: everything after its own stage.
+    const ProcessingMode mode = processingMode.getValue();
+    const ProcessingResolution resolution = processingResolution.getValue();
+    const StageSet inUse = stagesInUse(stages, mode);
+    std::array<int32_t, kNumStageTypes> latencies{};
+    for (size_t type = 0; type < latencies.size(); ++type)
+        latencies[type] =
+            inUse[type] ? stageLatency(static_cast<StageType>(type), mode, resolution, getSampleRate()) : 0;
+    const int32_t total = computeLatency(getSampleRate());
+    RealTimeBands& info = realTimeBands.writeSlot();
+    info.count = 0;
+    for (int32_t b = 0; b < kNumBands; ++b) {
+        const BandSettings& band = bandSettings[static_cast<size_t>(b)];
+        if (!band.used || !hasGain(band.shape) || !band.hasDynamicRange() || !band.spectralEnabled)
+            continue;
+        const bool midSide =
+            band.placement == StereoPlacement::Mid || band.placement == StereoPlacement::Side;
+        const int32_t ahead = midSide ? latencies[0] + latencies[1] + latencies[2] : latencies[0];
+        info.bands[static_cast<size_t>(info.count)] = b;
+        info.delaysMs[static_cast<size_t>(info.count)] =
+            static_cast<float>(getEnvironment()->samplesToMs(total - ahead));
+        ++info.count;
+    }
+    realTimeBands.publish();
+}
+
+void OndrelProcessor::writeRealTimeData(BinaryDataWriter& stream) {
+    GenericPluginProcessor::writeRealTimeData(stream);
+    realTimeBands.take();
+    const RealTimeBands& info = realTimeBands.readSlot();
+    stream.writeUInt32(static_cast<uint32_t>(info.count));
+    for (int32_t i = 0; i < info.count; ++i) {
+        stream.writeUInt32(static_cast<uint32_t>(info.bands[static_cast<size_t>(i)]));
+        stream.writeFloat(info.delaysMs[static_cast<size_t>(i)]);
+    }
+}

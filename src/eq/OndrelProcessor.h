@@ -1,0 +1,123 @@
+#pragma once
+
+#include "eq/BandRouting.h"
+#include "eq/EngineSnapshot.h"
+#include "plugin/eq/OndrelParameters.h"
+#include "wave/GenericPluginProcessor.h"
+#include "wave/TripleBuffer.h"
+
+#include <array>
+#include <bitset>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+class EngineWorker;
+class OutputStage;
+class BinaryDataWriter;
+
+namespace wave {
+class MidSideConverter;
+class LevelMeter;
+} // namespace wave
+
+// The equaliser's audio engine: 24 bands on every channel of a layout, grouped into processing
+// stages (minimum-phase and linear, left/right and mid/side), in Zero Latency, Natural Phase or
+// Linear Phase, followed by the monitor (solo and side-chain audition) and the output stage.
+//
+// Threading: constructed, resized (sample rate) and destroyed off the audio thread; the frame's
+// audio-thread calls reach processChannels, parameterChanged and applyParameterPoint. Slow work
+// (auto gain, kernels) runs on the engine worker, which only ever exchanges data with the audio
+// thread through wait-free hand-overs.
+class OndrelProcessor : public GenericPluginProcessor, public OndrelParameters {
+public:
+    class OndrelChannel;
+
+    // Meters per channel: 0..23 each band's gain change (dB), 24..47 the same as gain reduction
+    // (0 or below), then the input, output and side-chain levels.
+    static constexpr int32_t kBandGainReductionMeter = kNumBands;
+    static constexpr int32_t kInputMeter = 2 * kNumBands;
+    static constexpr int32_t kOutputMeter = kInputMeter + 1;
+    static constexpr int32_t kSideChainMeter = kInputMeter + 2;
+    // Auto Gain never compensates by more than this.
+    static constexpr float kMaximumMakeUpDb = 24.0f;
+
+    // layout is a channel-layout index (0..28); an unknown layout falls back to stereo.
+    OndrelProcessor(int32_t layout, int32_t maxBlockSize, float sampleRate);
+    ~OndrelProcessor() override;
+
+    int32_t getLayout() const { return layout; }
+    OndrelChannel& getOndrelChannel(int32_t index) const;
+
+    const BandSettings& getBandSettings(int32_t band) const {
+        return bandSettings[static_cast<size_t>(band)];
+    }
+    const StageAssignment& getStages() const { return stages; }
+    ProcessingMode getProcessingMode() const { return processingMode.getValue(); }
+    ProcessingResolution getProcessingResolution() const { return processingResolution.getValue(); }
+    int32_t computeLatency(double sampleRate) const;
+    // The band now heard alone (solo or side-chain audition), or -1.
+    int32_t getMonitoredBand() const { return monitoredBand; }
+    const EngineWorker& getWorker() const { return *worker; }
+
+    void writeRealTimeData(BinaryDataWriter& stream) override;
+
+protected:
+    void processChannels(float* const* buffers, int32_t numChannels, int32_t numSamples) override;
+    void parameterChanged(int32_t index) override;
+    void applyParameterPoint(int32_t index, float value) override;
+    void sampleRateChanged() override;
+
+private:
+    // A left/right pair, or a channel on its own, with what the pair shares.
+    struct ChannelGroup;
+
+    // The bands whose gain readings the display must shift, for the real-time record (which the
+    // polling thread writes while the audio thread runs).
+    struct RealTimeBands {
+        int32_t count = 0;
+        std::array<int32_t, kNumBands> bands{};
+        std::array<float, kNumBands> delaysMs{};
+    };
+
+    void createChannels();
+    // Parameter changes are collected and applied once at the start of the next graph block.
+    void applyPendingChanges();
+    void updateStages();
+    void updateBand(int32_t band);
+    void configureDetection(const BandSettings& band, OndrelChannel& channel, int32_t b);
+    void updateMonitor(const std::bitset<kNumBands>& newlySoloed,
+                       const std::bitset<kNumBands>& newlyAuditioned);
+    void updateOutput();
+    void updateLatency();
+    float makeUpGainDb() const;
+    void followLoudness();
+    // The stages in the signal path (a Zero Latency stage stays while its last band fades out).
+    StageSet wiredStages() const;
+    void rewire();
+    wave::Producer* wireStage(StageType type, OndrelChannel& channel, wave::Producer* input,
+                              const ChannelGroup& group, int32_t side, bool used);
+    wave::Producer* monitorSource(OndrelChannel& channel);
+    void publishSnapshot();
+    void publishRealTimeBands();
+
+    int32_t layout;
+    std::vector<ChannelGroup> groups;
+    std::unique_ptr<EngineWorker> worker;
+
+    BandSettingsArray bandSettings{};
+    StageAssignment stages{};
+    StageSet wired{};
+    std::bitset<kNumBands> changedBands;
+    bool globalsChanged = true;
+    bool outputChanged = true;
+    bool rewirePending = true;
+    int32_t monitoredBand = -1;
+    int32_t soloBand = -1;
+    int32_t auditionBand = -1;
+    bool soloPassesEverything = false;
+    float appliedLoudnessChange = 0.0f;
+    EngineSnapshot snapshot;
+    bool snapshotPending = true;
+    wave::TripleBuffer<RealTimeBands> realTimeBands;
+};
