@@ -1,6 +1,9 @@
 // Sweeps the Zero Latency accuracy grid and prints, per shape, the worst deviation of the matched
 // biquad cascade from the analog magnitude, where it happens, whether any section came out
 // unstable or non-minimum-phase, and what a design costs on average (analog design included).
+// Where the worst case is a one-section design it also prints what any single biquad reaches there
+// and a proven lower bound for it, which tells the matching rule's share of the error from the
+// structure's.
 // Usage: zero_latency_report [frequencies-per-octave]
 
 #include "eq/EQBandDesign.h"
@@ -125,10 +128,121 @@ Result sweep(const ShapeFamily& family, int32_t perOctave) {
     return result;
 }
 
-void print(const char* label, const Worst& w) {
+// How well any single biquad could match a one-section analog design over 10 Hz .. 0.45 fs: a
+// Lawson-weighted iteration of linearised least squares on the power ratio (N(c) - G D(c)) /
+// (G D(c)), c = cos w, converges toward the minimax fit; its worst error is what a better rule
+// could reach. The lower bound is exact: if the fit's dB errors alternate in sign at six points
+// with magnitudes of at least e, no biquad does better than e on those points, because two
+// biquads whose errors differ in sign at six points differ by N D' - N' D, a polynomial of degree
+// four in c with five sign changes, hence not at all.
+struct SingleBiquadBounds {
+    double reached = 0.0;
+    double lowerBound = 0.0;
+};
+
+// The largest e with six points of alternating sign whose errors are at least e in magnitude.
+double alternationBound(const std::vector<double>& errors) {
+    const auto alternates = [&errors](double threshold) {
+        int count = 0;
+        int lastSign = 0;
+        for (double e : errors) {
+            const int sign = e > 0.0 ? 1 : -1;
+            if (std::fabs(e) >= threshold && sign != lastSign) {
+                lastSign = sign;
+                ++count;
+            }
+        }
+        return count >= 6;
+    };
+    double low = 0.0;
+    double high = 100.0;
+    for (int i = 0; i < 60; ++i) {
+        const double middle = 0.5 * (low + high);
+        (alternates(middle) ? low : high) = middle;
+    }
+    return low;
+}
+
+SingleBiquadBounds singleBiquadBounds(const AnalogFilterPrototype& prototype, double fs) {
+    std::vector<double> c;
+    std::vector<double> g;
+    for (double f = 10.0; f <= 0.45 * fs; f *= std::exp2(1.0 / 48.0)) {
+        const double w = 2.0 * kPi * f / fs;
+        c.push_back(std::cos(w));
+        g.push_back(std::max(prototype.squaredMagnitude(w), 1e-8));
+    }
+    const size_t n = c.size();
+    std::vector<double> weights(n, 1.0 / static_cast<double>(n));
+    std::vector<double> previousDenominator(n, 1.0);
+    std::vector<double> errors(n);
+    SingleBiquadBounds bounds{1e9, 0.0};
+    for (int iteration = 0; iteration < 300; ++iteration) {
+        std::array<std::array<double, 6>, 5> m{};
+        for (size_t i = 0; i < n; ++i) {
+            const double scale = 1.0 / (g[i] * previousDenominator[i]);
+            const double row[5] = {scale, c[i] * scale, c[i] * c[i] * scale, -g[i] * c[i] * scale,
+                                   -g[i] * c[i] * c[i] * scale};
+            for (int r = 0; r < 5; ++r) {
+                for (int k = 0; k < 5; ++k)
+                    m[r][k] += weights[i] * row[r] * row[k];
+                m[r][5] += weights[i] * row[r] * g[i] * scale;
+            }
+        }
+        for (int col = 0; col < 5; ++col) {
+            int pivot = col;
+            for (int r = col + 1; r < 5; ++r)
+                if (std::fabs(m[r][col]) > std::fabs(m[pivot][col]))
+                    pivot = r;
+            std::swap(m[col], m[pivot]);
+            if (std::fabs(m[col][col]) < 1e-300)
+                return bounds;
+            for (int r = 0; r < 5; ++r) {
+                if (r == col)
+                    continue;
+                const double f = m[r][col] / m[col][col];
+                for (int k = col; k < 6; ++k)
+                    m[r][k] -= f * m[col][k];
+            }
+        }
+        double x[5];
+        for (int k = 0; k < 5; ++k)
+            x[k] = m[k][5] / m[k][k];
+        double worst = 0.0;
+        bool realisable = true;
+        for (size_t i = 0; i < n; ++i) {
+            const double numerator = x[0] + x[1] * c[i] + x[2] * c[i] * c[i];
+            const double denominator = 1.0 + x[3] * c[i] + x[4] * c[i] * c[i];
+            const bool positive = numerator > 0.0 && denominator > 0.0;
+            realisable = realisable && positive;
+            errors[i] = positive ? 10.0 * std::log10(numerator / denominator / g[i]) : 99.0;
+            worst = std::max(worst, std::fabs(errors[i]));
+            previousDenominator[i] = std::max(denominator, 1e-12);
+        }
+        if (realisable && worst < bounds.reached) {
+            bounds.reached = worst;
+            bounds.lowerBound = std::max(bounds.lowerBound, alternationBound(errors));
+        }
+        double sum = 0.0;
+        for (size_t i = 0; i < n; ++i)
+            sum += (weights[i] *= std::fabs(errors[i]) + 1e-12);
+        for (double& weight : weights)
+            weight /= sum;
+    }
+    return bounds;
+}
+
+void print(const char* label, const Worst& w, Shape shape) {
     std::printf(
-        "  %-12s %8.4f dB  (fs %.0f, f0 %.1f Hz, gain %+.1f dB, Q %.2f, slope %.1f dB/oct, at %.1f Hz)\n",
+        "  %-12s %8.4f dB  (fs %.0f, f0 %.1f Hz, gain %+.1f dB, Q %.2f, slope %.1f dB/oct, at %.1f Hz)",
         label, w.error, w.sampleRate, w.frequency, w.gain, w.q, slopeToDbPerOctave(w.slope), w.at);
+    AnalogFilterPrototype prototype;
+    designBand(prototype, {shape, static_cast<float>(w.slope), static_cast<float>(w.gain),
+                           static_cast<float>(w.q), 2.0 * kPi * w.frequency / w.sampleRate, 1.0});
+    if (prototype.getNumSections() == 1) {
+        const SingleBiquadBounds bounds = singleBiquadBounds(prototype, w.sampleRate);
+        std::printf("  one biquad: %.4f reached, none below %.4f", bounds.reached, bounds.lowerBound);
+    }
+    std::printf("\n");
 }
 
 } // namespace
@@ -156,10 +270,10 @@ int main(int argc, char** argv) {
                     family.name, static_cast<long long>(result.designs),
                     static_cast<long long>(result.badSections),
                     result.totalMicroseconds / static_cast<double>(std::max<int64_t>(result.designs, 1)));
-        print("f0<=fs/16", result.sixteenth);
-        print("f0<=fs/8", result.eighth);
-        print("f0<=fs/4", result.quarter);
-        print("f0<=0.4fs", result.fortyPct);
+        print("f0<=fs/16", result.sixteenth, family.shape);
+        print("f0<=fs/8", result.eighth, family.shape);
+        print("f0<=fs/4", result.quarter, family.shape);
+        print("f0<=0.4fs", result.fortyPct, family.shape);
     }
     return 0;
 }
