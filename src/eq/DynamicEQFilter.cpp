@@ -52,6 +52,19 @@ void DynamicEQFilter::setGainSource(wave::Producer* producer) {
     updateGains();
 }
 
+void DynamicEQFilter::linkJoint(DynamicEQFilter* partner) {
+    const auto link = [](EQFilter& filter, EQFilter* other) {
+        if (other == nullptr) {
+            if (filter.getPartner() != nullptr)
+                filter.clearLink();
+        } else if (filter.getPartner() != other || filter.getLinkMode() != BiquadFilter::kJoint) {
+            filter.linkWith(*other, BiquadFilter::kJoint);
+        }
+    };
+    link(filterA, partner != nullptr ? &partner->filterA : nullptr);
+    link(filterB, partner != nullptr ? &partner->filterB : nullptr);
+}
+
 void DynamicEQFilter::reset() {
     filterA.reset();
     filterB.reset();

@@ -29,6 +29,9 @@ public:
     // The band's input feeds both filters.
     void setInput(wave::Producer* producer);
     void setGainSource(wave::Producer* producer);
+    // Runs this band and the same band of the other channel of a pair in one two-channel loop
+    // (both must have the same settings); null unlinks. Each channel keeps its states and its gain.
+    void linkJoint(DynamicEQFilter* partner);
 
     bool isDynamic() const { return dynamic; }
     // Disabled and faded out: the band's input block passes through untouched, at no cost.

@@ -508,6 +508,12 @@ void OndrelProcessor::rewire() {
         };
         runStages(StageType::MinimumLeftRight, StageType::LinearLeftRight);
         if (group.size == 2) {
+            // A band acting on both channels of a pair runs them in one two-channel loop.
+            for (int32_t b = 0; b < kNumBands; ++b) {
+                DynamicEQFilter& first = channels[0]->getSlot(b).filter;
+                const bool joint = channels[0]->bandApplies(b) && channels[1]->bandApplies(b);
+                first.linkJoint(joint ? &channels[1]->getSlot(b).filter : nullptr);
+            }
             group.sideChainEncoder->setFirstInput(&channels[0]->getSideChainInput());
             group.sideChainEncoder->setSecondInput(&channels[1]->getSideChainInput());
         }
