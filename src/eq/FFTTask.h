@@ -47,7 +47,9 @@ private:
 };
 
 // A forward real FFT (N values in, packed spectrum out), one stage piece at a time. The stepper
-// may be shared by tasks that never run at the same time.
+// may be shared by tasks that never run at the same time. The task's units are the plan's, except
+// that the first stage, which reorders the points through the bit reversal, is weighted by what it
+// really costs.
 template <class T>
 class FFTCalculateTask : public FFTTask<T> {
 public:
@@ -66,6 +68,10 @@ protected:
     void runGranule(int32_t granule, int32_t fromUnits, int32_t toUnits) override;
 
 private:
+    int32_t reorderCost() const;
+    // The plan units spent after `units` of the task's.
+    int32_t planUnitsAt(int32_t units) const;
+
     FFTStepper<T>& stepper;
     typename FFTStepper<T>::Direction direction;
     const T* input = nullptr;
