@@ -61,21 +61,25 @@ void FFTPlan<T>::applyWindow(T* samples) const {
 }
 
 template <class T>
-void FFTPlan<T>::multiplySpectra(const T* a, const T* b, T* out, int32_t size, bool accumulate) {
+void FFTPlan<T>::multiplySpectra(const T* a, const T* b, T* out, int32_t first, int32_t end,
+                                 bool accumulate) {
     // DC and Nyquist are real; every other pair is one complex bin.
-    const T dc = a[0] * b[0];
-    out[0] = accumulate ? out[0] + dc : dc;
-    if (size < 2)
-        return;
-    const T nyquist = a[1] * b[1];
-    out[1] = accumulate ? out[1] + nyquist : nyquist;
+    if (first == 0 && end > 0) {
+        const T dc = a[0] * b[0];
+        out[0] = accumulate ? out[0] + dc : dc;
+        if (end < 2)
+            return;
+        const T nyquist = a[1] * b[1];
+        out[1] = accumulate ? out[1] + nyquist : nyquist;
+        first = 2;
+    }
     if (accumulate) {
-        for (int32_t i = 2; i < size; i += 2) {
+        for (int32_t i = first; i < end; i += 2) {
             out[i] += a[i] * b[i] - a[i + 1] * b[i + 1];
             out[i + 1] += a[i] * b[i + 1] + a[i + 1] * b[i];
         }
     } else {
-        for (int32_t i = 2; i < size; i += 2) {
+        for (int32_t i = first; i < end; i += 2) {
             out[i] = a[i] * b[i] - a[i + 1] * b[i + 1];
             out[i + 1] = a[i] * b[i + 1] + a[i + 1] * b[i];
         }

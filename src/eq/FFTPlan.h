@@ -39,7 +39,11 @@ public:
     void applyWindow(T* samples) const;
 
     // out = a * b (or out += a * b) bin by bin over packed spectra of N values.
-    static void multiplySpectra(const T* a, const T* b, T* out, int32_t size, bool accumulate);
+    static void multiplySpectra(const T* a, const T* b, T* out, int32_t size, bool accumulate) {
+        multiplySpectra(a, b, out, 0, size, accumulate);
+    }
+    // The same over the values [first, end) of the packed spectra; first and end are even.
+    static void multiplySpectra(const T* a, const T* b, T* out, int32_t first, int32_t end, bool accumulate);
 
     int32_t getRequestedLength() const { return requestedLength; }
     int32_t getSize() const { return size; }

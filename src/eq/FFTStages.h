@@ -250,22 +250,26 @@ void splitSpectrum(SplitComplex<T> z, T* out, const T* cosines, const T* sines, 
 }
 
 // The reverse of splitSpectrum without its halving (the final 1/N absorbs it), writing Z in
-// bit-reversed order for the butterflies that follow.
+// bit-reversed order for the butterflies that follow. Outputs are written in order and their
+// inputs read from wherever the reversal puts them: scattered stores stall on cache lines that
+// scattered loads merely wait for. Points [first, end) are the outputs [first/2, end/2); output
+// r holds Z[m] with m the reversal of r (an involution), from the bin pair (k, M - k) that holds m.
 template <class T>
 void unsplitSpectrum(const T* x, SplitComplex<T> z, const T* cosines, const T* sines,
                      const int32_t* bitReversal, int32_t half, int32_t first, int32_t end) {
-    auto store = [&](int32_t m, T re, T im) {
-        const int32_t r = bitReversal[2 * m];
-        z.re[r] = re;
-        z.im[r] = im;
-    };
-    int32_t k = first / 4;
-    if (k == 0) {
-        store(0, x[0] + x[1], x[0] - x[1]);
-        store(half / 2, 2 * x[half], -2 * x[half + 1]);
-        k = 1;
-    }
-    for (; k < end / 4; ++k) {
+    for (int32_t r = first / 2; r < end / 2; ++r) {
+        const int32_t m = bitReversal[2 * r];
+        if (m == 0) {
+            z.re[r] = x[0] + x[1];
+            z.im[r] = x[0] - x[1];
+            continue;
+        }
+        if (m == half / 2) {
+            z.re[r] = 2 * x[half];
+            z.im[r] = -2 * x[half + 1];
+            continue;
+        }
+        const int32_t k = m < half / 2 ? m : half - m;
         const int32_t mirror = half - k;
         const T xr = x[2 * k], xi = x[2 * k + 1];
         const T yr = x[2 * mirror], yi = x[2 * mirror + 1];
@@ -273,8 +277,8 @@ void unsplitSpectrum(const T* x, SplitComplex<T> z, const T* cosines, const T* s
         const T dr = xr - yr, di = xi + yi;
         const T orr = cosines[k] * dr - sines[k] * di;
         const T oi = cosines[k] * di + sines[k] * dr;
-        store(k, er - oi, ei + orr);
-        store(mirror, er + oi, orr - ei);
+        z.re[r] = m == k ? er - oi : er + oi;
+        z.im[r] = m == k ? ei + orr : orr - ei;
     }
 }
 
