@@ -195,6 +195,23 @@ int32_t computeLatency(const StageAssignment& stages, ProcessingMode mode, Proce
     return latency;
 }
 
+KernelConfig kernelConfigFor(const StageAssignment& stages, ProcessingMode mode,
+                             ProcessingResolution resolution, double sampleRate) {
+    const StageSet inUse = stagesInUse(stages, mode);
+    KernelConfig config;
+    config.sampleRate = static_cast<float>(sampleRate);
+    if (mode == ProcessingMode::NaturalPhase)
+        config.naturalTaps = kNaturalKernelTaps;
+    if (inUse[static_cast<size_t>(StageType::LinearLeftRight)] ||
+        inUse[static_cast<size_t>(StageType::LinearMidSide)]) {
+        config.linearTaps = linearKernelTaps(resolution, sampleRate);
+        config.linearFirstPartition = linearFirstPartition(sampleRate);
+    }
+    if (config.isEmpty())
+        config.sampleRate = 0.0f;
+    return config;
+}
+
 int32_t maximumLatency(double sampleRate, int32_t characterLatency) {
     return 2 * linearStageLatency(ProcessingResolution::Maximum, sampleRate) + std::max(characterLatency, 0);
 }

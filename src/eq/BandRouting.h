@@ -117,5 +117,24 @@ int32_t stageLatency(StageType type, ProcessingMode mode, ProcessingResolution r
 // Latency in samples of the stages in use; characterLatency is the Character stage's converter.
 int32_t computeLatency(const StageAssignment& stages, ProcessingMode mode, ProcessingResolution resolution,
                        double sampleRate, int32_t characterLatency);
+// The convolvers a setting needs: the Natural Phase correction kernel for minimum-phase stages and
+// the linear kernel for linear stages (0 taps where none is needed).
+struct KernelConfig {
+    int32_t naturalTaps = 0;
+    int32_t linearTaps = 0;
+    int32_t linearFirstPartition = 0;
+    float sampleRate = 0.0f;
+
+    bool isEmpty() const { return naturalTaps == 0 && linearTaps == 0; }
+    int32_t tapsFor(StageType type) const { return isLinearStage(type) ? linearTaps : naturalTaps; }
+    int32_t firstPartitionFor(StageType type) const {
+        return isLinearStage(type) ? linearFirstPartition : kNaturalFirstPartition;
+    }
+    bool operator==(const KernelConfig&) const = default;
+};
+
+KernelConfig kernelConfigFor(const StageAssignment& stages, ProcessingMode mode,
+                             ProcessingResolution resolution, double sampleRate);
+
 // The largest latency any setting can have at this rate (Linear Phase at Maximum, both stages).
 int32_t maximumLatency(double sampleRate, int32_t characterLatency);

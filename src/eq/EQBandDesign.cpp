@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numbers>
 
 namespace {
 
@@ -111,6 +112,15 @@ void designBand(AnalogFilterPrototype& prototype, const EQBandSettings& band) {
     // Built around the second frequency, pivoting at the first.
     prototype.setFrequency(secondFrequency);
     prototype.scaleNumerators(dbToGain(std::log2(frequency / secondFrequency) * gain / -5.0));
+}
+
+void designDigitalBand(AnalogFilterPrototype& prototype, const EQBandSettings& angularBand,
+                       double sampleRate) {
+    // Below this a sub-first-order Low Cut's far sections shape nothing a listener could hear.
+    constexpr double kLowCutNegligibleHz = 1.25;
+    designBand(prototype, angularBand);
+    if (angularBand.shape == FilterShape::LowCut && orderForSlope(angularBand.shape, angularBand.slope) < 1.0)
+        prototype.dropNegligibleLowSections(2.0 * std::numbers::pi * kLowCutNegligibleHz / sampleRate);
 }
 
 BandEdges bandEdges(FilterShape shape, double frequency, float q, float slope) {

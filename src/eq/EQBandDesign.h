@@ -14,6 +14,8 @@ struct EQBandSettings {
     float q = 1.0f;
     double frequency = 1000.0;
     double secondFrequency = 640.0;
+
+    bool operator==(const EQBandSettings&) const = default;
 };
 
 struct BandEdges {
@@ -34,5 +36,9 @@ double userQ(FilterShape shape, double prototypeQ);
 
 // Designs the prototype for the band and sets its frequency.
 void designBand(AnalogFilterPrototype& prototype, const EQBandSettings& band);
+// The design a running filter realises: the band's frequencies in radians per sample, and a Low
+// Cut below first order without the sections that would only act below about a hertz.
+void designDigitalBand(AnalogFilterPrototype& prototype, const EQBandSettings& angularBand,
+                       double sampleRate);
 
 BandEdges bandEdges(FilterShape shape, double frequency, float q, float slope);

@@ -17,7 +17,6 @@ constexpr float kFadeGainDb = 0.05f;
 constexpr float kGainFloorDb = 0.01f;
 // A frequency move this large (octaves) redesigns on the 4-sample grid; smaller ones wait for 32.
 constexpr float kFastFrequencyMove = 0.1f;
-constexpr double kLowCutNegligibleHz = 1.25;
 
 bool isZero(const DigitalSectionCoefficients& c) {
     return std::all_of(c.begin(), c.end(), [](double v) { return v == 0.0; });
@@ -143,9 +142,7 @@ int32_t EQFilter::design(float gainDb, Sections& out) {
     band.q = static_cast<float>(designQ);
     band.frequency = angular;
     band.secondFrequency = 2.0 * std::numbers::pi * secondFrequency / sampleRate;
-    designBand(prototype, band);
-    if (band.shape == FilterShape::LowCut && orderForSlope(band.shape, designSlope) < 1.0)
-        prototype.dropNegligibleLowSections(2.0 * std::numbers::pi * kLowCutNegligibleHz / sampleRate);
+    designDigitalBand(prototype, band, sampleRate);
 
     out.fill({});
     const double tolerance = dynamic ? kDynamicGainTolerance : kStaticGainTolerance;

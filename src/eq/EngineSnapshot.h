@@ -5,6 +5,9 @@
 #include <array>
 #include <cstdint>
 
+// Convolver banks: the one in use, and one to prepare a new setup in.
+inline constexpr int32_t kKernelBanks = 2;
+
 // What the background worker needs to know of the processor's state: the bands, how they are
 // grouped, the global settings and the momentary gain changes of dynamic bands. The audio thread
 // fills one and publishes it; the worker designs kernels and estimates loudness from it.
@@ -13,6 +16,8 @@ struct EngineSnapshot {
 
     BandSettingsArray bands{};
     StageAssignment stages{};
+    // The convolvers these settings need.
+    KernelConfig config{};
     ProcessingMode mode = ProcessingMode::ZeroLatency;
     ProcessingResolution resolution = ProcessingResolution::Medium;
     float gainScale = 1.0f;
@@ -23,4 +28,8 @@ struct EngineSnapshot {
     std::array<std::array<float, kNumBands>, kMaxChannels> gainChanges{};
     // Counts changes of everything but the gain changes, so the worker can tell what moved.
     uint64_t settingsSerial = 0;
+    // Dynamic bands act in kernels, so their gains change from block to block.
+    bool followsGains = false;
+    // The audio thread's sample position when the snapshot was taken.
+    int64_t position = 0;
 };

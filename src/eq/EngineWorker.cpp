@@ -10,22 +10,43 @@ EngineWorker::~EngineWorker() {
     thread.join();
 }
 
-void EngineWorker::publish(const EngineSnapshot& snapshot) {
+void EngineWorker::publish(const EngineSnapshot& snapshot, bool wake) {
     snapshots.writeSlot() = snapshot;
     snapshots.publish();
-    wakeUp.release();
+    if (wake)
+        wakeUp.release();
+}
+
+void EngineWorker::setBanks(const std::array<KernelBuilder::Bank, KernelBuilder::kBanks>& banks,
+                            int32_t numChannels) {
+    const std::lock_guard<std::mutex> lock(work);
+    kernelBuilder.setBanks(banks, numChannels);
+}
+
+void EngineWorker::followNow(const EngineSnapshot& snapshot) {
+    publish(snapshot);
+    const std::lock_guard<std::mutex> lock(work);
+    snapshots.take();
+    handle(snapshots.readSlot());
 }
 
 void EngineWorker::run() {
+    bool retry = false;
+    bool followGains = false;
     while (!stopping.load()) {
-        // The timeout is only a safety net; every publication wakes the thread.
-        wakeUp.try_acquire_for(std::chrono::milliseconds(100));
-        while (snapshots.take() && !stopping.load())
-            handle(snapshots.readSlot());
+        // Settings changes wake the thread; the short round paces retries and moving gains.
+        wakeUp.try_acquire_for(std::chrono::milliseconds(retry || followGains ? 5 : 100));
+        const std::lock_guard<std::mutex> lock(work);
+        bool fresh = false;
+        while (snapshots.take())
+            fresh = true;
+        if ((fresh || retry) && !stopping.load())
+            retry = handle(snapshots.readSlot());
+        followGains = snapshots.readSlot().followsGains;
     }
 }
 
-void EngineWorker::handle(const EngineSnapshot& snapshot) {
+bool EngineWorker::handle(const EngineSnapshot& snapshot) {
     if (snapshot.settingsSerial != lastSerial) {
         lastSerial = snapshot.settingsSerial;
         const auto flags = std::span<const uint32_t>(snapshot.channelFlags.data(),
@@ -34,5 +55,8 @@ void EngineWorker::handle(const EngineSnapshot& snapshot) {
             static_cast<float>(estimator.loudnessChangeDb(snapshot.bands, snapshot.gainScale, flags)),
             std::memory_order_relaxed);
     }
+    const bool retry = kernelBuilder.follow(snapshot);
+    workPending.store(retry, std::memory_order_release);
     handledSerial.store(snapshot.settingsSerial, std::memory_order_release);
+    return retry;
 }

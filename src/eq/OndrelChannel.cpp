@@ -1,10 +1,15 @@
 #include "eq/OndrelChannel.h"
 
+#include "eq/Convolver.h"
+
 OndrelProcessor::OndrelChannel::BandSlot::BandSlot(wave::Environment* environment)
     : filter(environment), detector(environment), compander(environment), gainMeter(environment),
       reductionMeter(environment) {
     compander.setInput(&detector);
     filter.setGainSource(&compander);
+    // The band's " Slope" is continuous: fractional positions give fractional slopes.
+    filter.getFilterA().flags.setValue(EQFilter::kFractionalSlopes);
+    filter.getFilterB().flags.setValue(EQFilter::kFractionalSlopes);
     filter.filterEnabled.setValue(false);
     for (wave::LevelMeter* meter : {&gainMeter, &reductionMeter}) {
         meter->setInput(&compander);
@@ -22,6 +27,13 @@ OndrelProcessor::OndrelChannel::OndrelChannel(OndrelProcessor& owner, uint32_t f
       outputMeter(owner.getEnvironment()), sideChainMeter(owner.getEnvironment()) {
     for (auto& slot : slots)
         slot = std::make_unique<BandSlot>(owner.getEnvironment());
+    for (auto& stage : kernelStages)
+        stage = std::make_unique<KernelStage>(owner.getEnvironment());
+    // Built small here, where building graph objects is allowed; the engine worker sizes them.
+    for (auto& bank : convolvers)
+        for (auto& convolver : bank)
+            convolver =
+                std::make_unique<Convolver>(owner.getEnvironment(), 2, Convolver::kMinimumPartition, 0);
     inputMeter.setInput(&getMainInput());
     sideChainMeter.setInput(&getSideChainInput());
     for (wave::LevelMeter* meter : {&inputMeter, &outputMeter, &sideChainMeter})

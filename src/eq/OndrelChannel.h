@@ -3,12 +3,16 @@
 #include "eq/BandCompander.h"
 #include "eq/DynamicEQFilter.h"
 #include "eq/EQFilter.h"
+#include "eq/EngineSnapshot.h"
+#include "eq/KernelStage.h"
 #include "eq/MonitorMix.h"
 #include "eq/OndrelProcessor.h"
 #include "wave/LevelMeter.h"
 
 #include <array>
 #include <memory>
+
+class Convolver;
 
 // One processing channel of the equaliser: every band's filter, detection filter and compander
 // for this channel, the stage chains they are wired into, the monitor path and the channel's
@@ -17,6 +21,8 @@
 // Threading: built off the audio thread; configured and processed on the audio thread only.
 class OndrelProcessor::OndrelChannel : public GenericPluginProcessor::Channel {
 public:
+    class BandChain;
+
     // A band as this channel runs it.
     struct BandSlot {
         explicit BandSlot(wave::Environment* environment);
@@ -37,6 +43,11 @@ public:
     OndrelChannel(OndrelProcessor& owner, uint32_t flags, int32_t maximumDelay);
 
     BandSlot& getSlot(int32_t band) { return *slots[static_cast<size_t>(band)]; }
+    // The graph node of a kernel stage, and the convolvers of both banks behind it.
+    KernelStage& getKernelStage(StageType type) { return *kernelStages[static_cast<size_t>(type)]; }
+    Convolver& getConvolver(int32_t bank, StageType type) {
+        return *convolvers[static_cast<size_t>(bank)][static_cast<size_t>(type)];
+    }
     EQFilter& getSoloFilter() { return soloFilter; }
     MonitorMix& getMonitorMix() { return monitorMix; }
     wave::LevelMeter& getInputMeter() { return inputMeter; }
@@ -54,6 +65,8 @@ public:
 
 private:
     std::array<std::unique_ptr<BandSlot>, kNumBands> slots;
+    std::array<std::unique_ptr<KernelStage>, kNumStageTypes> kernelStages;
+    std::array<std::array<std::unique_ptr<Convolver>, kNumStageTypes>, kKernelBanks> convolvers;
     std::array<bool, kNumBands> applies{};
     std::array<wave::Producer*, kNumStageTypes> stageInputs{};
     EQFilter soloFilter;

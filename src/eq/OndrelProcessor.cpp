@@ -1,5 +1,6 @@
 #include "eq/OndrelProcessor.h"
 
+#include "eq/Convolver.h"
 #include "eq/EngineWorker.h"
 #include "eq/OndrelChannel.h"
 #include "eq/OutputStage.h"
@@ -182,16 +183,41 @@ void OndrelProcessor::sampleRateChanged() {
     reserveLatency(longest);
     for (int32_t c = 0; c < getNumChannels(); ++c)
         getOndrelChannel(c).getMonitorMix().setMaximumDelay(longest);
+
+    // Every convolver was sized for the old rate: start over with fresh banks, and have the worker
+    // prepare the one the settings need right now, so processing starts with it.
+    std::array<KernelBuilder::Bank, KernelBuilder::kBanks> banks{};
+    for (int32_t bank = 0; bank < KernelBuilder::kBanks; ++bank)
+        for (int32_t c = 0; c < std::min(getNumChannels(), EngineSnapshot::kMaxChannels); ++c)
+            for (int32_t t = 0; t < kNumStageTypes; ++t)
+                banks[static_cast<size_t>(bank)][static_cast<size_t>(c)][static_cast<size_t>(t)] =
+                    &getOndrelChannel(c).getConvolver(bank, static_cast<StageType>(t));
+    worker->setBanks(banks, getNumChannels());
+    activeBank = -1;
+    running.config = {};
+    for (int32_t c = 0; c < getNumChannels(); ++c)
+        for (int32_t t = 0; t < kNumStageTypes; ++t)
+            getOndrelChannel(c).getKernelStage(static_cast<StageType>(t)).setConvolver(nullptr);
+
     changedBands.set();
     globalsChanged = true;
     outputChanged = true;
     rewirePending = true;
     applyPendingChanges();
+    if (switchPending) {
+        fillSnapshot();
+        worker->followNow(snapshot);
+        takeReadyBank();
+    }
 }
 
 int32_t OndrelProcessor::computeLatency(double sampleRate) const {
     return ::computeLatency(stages, processingMode.getValue(), processingResolution.getValue(), sampleRate,
                             0);
+}
+
+bool OndrelProcessor::hasKernelWorkPending() const {
+    return worker->hasWorkPending();
 }
 
 void OndrelProcessor::parameterChanged(int32_t index) {
@@ -242,6 +268,11 @@ void OndrelProcessor::applyPendingChanges() {
                             (isDynamicBand(bandSettings[index]) && bandSettings[index].externalSideChain);
         }
         setSideChainUsed(sideChainUsed);
+        followGains = !neededConfig.isEmpty() &&
+                      std::any_of(bandSettings.begin(), bandSettings.end(), [this](const BandSettings& band) {
+                          return isDynamicBand(band) && dynamicsAvailable(processingMode.getValue(),
+                                                                          processingResolution.getValue());
+                      });
         updateMonitor(newlySoloed, newlyAuditioned);
         publishRealTimeBands();
         ++snapshot.settingsSerial;
@@ -255,11 +286,48 @@ void OndrelProcessor::applyPendingChanges() {
 }
 
 void OndrelProcessor::updateStages() {
-    const StageAssignment assigned =
-        assignStages(bandSettings, processingMode.getValue(), processingResolution.getValue(), stages);
-    if (assigned != stages)
+    stages = assignStages(bandSettings, processingMode.getValue(), processingResolution.getValue(), stages);
+    neededConfig =
+        kernelConfigFor(stages, processingMode.getValue(), processingResolution.getValue(), getSampleRate());
+    followSetup();
+}
+
+void OndrelProcessor::followSetup() {
+    if (neededConfig.isEmpty() || neededConfig == running.config) {
+        adoptSetup(neededConfig.isEmpty() ? -1 : activeBank);
+        return;
+    }
+    switchPending = true;
+}
+
+void OndrelProcessor::adoptSetup(int32_t bank) {
+    switchPending = false;
+    if (bank < 0 && activeBank >= 0)
+        worker->getKernelBuilder().releaseActiveBank();
+    if (bank != activeBank) {
+        activeBank = bank;
+        for (int32_t c = 0; c < getNumChannels(); ++c) {
+            OndrelChannel& channel = getOndrelChannel(c);
+            for (int32_t t = 0; t < kNumStageTypes; ++t) {
+                const auto type = static_cast<StageType>(t);
+                channel.getKernelStage(type).setConvolver(bank >= 0 ? &channel.getConvolver(bank, type)
+                                                                    : nullptr);
+            }
+        }
+    }
+    const RunningSetup next{processingMode.getValue(), processingResolution.getValue(), stages, neededConfig};
+    if (next.stages != running.stages || next.mode != running.mode || !(next.config == running.config))
         rewirePending = true;
-    stages = assigned;
+    running = next;
+}
+
+void OndrelProcessor::takeReadyBank() {
+    const int32_t bank = worker->getKernelBuilder().takeReadyBank(neededConfig);
+    if (bank < 0)
+        return;
+    adoptSetup(bank);
+    updateLatency();
+    publishRealTimeBands();
 }
 
 void OndrelProcessor::updateBand(int32_t b) {
@@ -432,13 +500,12 @@ void OndrelProcessor::updateLatency() {
 }
 
 StageSet OndrelProcessor::wiredStages() const {
-    const ProcessingMode mode = processingMode.getValue();
-    StageSet wired = stagesInUse(stages, mode);
-    if (mode != ProcessingMode::ZeroLatency)
+    StageSet wired = stagesInUse(running.stages, running.mode);
+    if (running.mode != ProcessingMode::ZeroLatency)
         return wired;
     // Without latency to keep, a stage whose last band is fading out stays until it is silent.
     for (int32_t b = 0; b < kNumBands; ++b) {
-        const auto stage = static_cast<size_t>(stages.stageOfBand[static_cast<size_t>(b)]);
+        const auto stage = static_cast<size_t>(running.stages.stageOfBand[static_cast<size_t>(b)]);
         for (int32_t c = 0; c < getNumChannels() && !wired[stage]; ++c)
             wired[stage] = !getOndrelChannel(c).getSlot(b).filter.isFadedOut();
     }
@@ -450,7 +517,7 @@ wave::Producer* OndrelProcessor::wireStage(StageType type, OndrelChannel& channe
     channel.setStageInput(type, input);
     const bool midSidePair = isMidSideStage(type) && group.size == 2;
     for (int32_t b = 0; b < kNumBands; ++b) {
-        if (stages.stageOfBand[static_cast<size_t>(b)] != type)
+        if (running.stages.stageOfBand[static_cast<size_t>(b)] != type)
             continue;
         OndrelChannel::BandSlot& slot = channel.getSlot(b);
         if (!bandSettings[static_cast<size_t>(b)].externalSideChain)
@@ -460,14 +527,23 @@ wave::Producer* OndrelProcessor::wireStage(StageType type, OndrelChannel& channe
         else
             slot.detector.setInput(&channel.getSideChainInput());
     }
-    if (!used || isLinearStage(type))
+    if (!used)
         return input;
-    for (int32_t b = 0; b < kNumBands; ++b) {
-        if (stages.stageOfBand[static_cast<size_t>(b)] != type)
-            continue;
-        DynamicEQFilter& filter = channel.getSlot(b).filter;
-        filter.setInput(input);
-        input = &filter;
+    if (!isLinearStage(type)) {
+        for (int32_t b = 0; b < kNumBands; ++b) {
+            if (running.stages.stageOfBand[static_cast<size_t>(b)] != type)
+                continue;
+            DynamicEQFilter& filter = channel.getSlot(b).filter;
+            filter.setInput(input);
+            input = &filter;
+        }
+    }
+    // Natural Phase's correction after the minimum-phase bands; a linear stage is its kernel.
+    if (running.config.tapsFor(type) > 0 &&
+        (isLinearStage(type) || running.mode == ProcessingMode::NaturalPhase)) {
+        KernelStage& kernel = channel.getKernelStage(type);
+        kernel.setInput(input);
+        input = &kernel;
     }
     return input;
 }
@@ -478,7 +554,8 @@ wave::Producer* OndrelProcessor::monitorSource(OndrelChannel& channel) {
     OndrelChannel::BandSlot& slot = channel.getSlot(monitoredBand);
     if (monitoredBand == auditionBand)
         return &slot.detector;
-    wave::Producer* input = channel.getStageInput(stages.stageOfBand[static_cast<size_t>(monitoredBand)]);
+    wave::Producer* input =
+        channel.getStageInput(running.stages.stageOfBand[static_cast<size_t>(monitoredBand)]);
     if (soloPassesEverything)
         return input;
     channel.getSoloFilter().setInput(input);
@@ -491,7 +568,7 @@ void OndrelProcessor::rewire() {
     const bool midSide = wired[static_cast<size_t>(StageType::MinimumMidSide)] ||
                          wired[static_cast<size_t>(StageType::LinearMidSide)];
     const bool monitoredMidSide =
-        monitoredBand >= 0 && isMidSideStage(stages.stageOfBand[static_cast<size_t>(monitoredBand)]);
+        monitoredBand >= 0 && isMidSideStage(running.stages.stageOfBand[static_cast<size_t>(monitoredBand)]);
     for (ChannelGroup& group : groups) {
         std::array<OndrelChannel*, 2> channels{};
         std::array<wave::Producer*, 2> path{};
@@ -550,6 +627,8 @@ void OndrelProcessor::rewire() {
 
 void OndrelProcessor::processChannels(float* const* buffers, int32_t numChannels, int32_t numSamples) {
     applyPendingChanges();
+    if (switchPending)
+        takeReadyBank();
     followLoudness();
     if (rewirePending || wiredStages() != wired)
         rewire();
@@ -561,12 +640,37 @@ void OndrelProcessor::processChannels(float* const* buffers, int32_t numChannels
                 std::copy_n(out, numSamples, buffers[c]);
         }
     }
-    if (snapshotPending)
+    if (followGains)
+        collectGainChanges(numSamples);
+    if (snapshotPending || followGains)
         publishSnapshot();
 }
 
+void OndrelProcessor::collectGainChanges(int32_t numSamples) {
+    // In Linear Phase no filter pulls the companders, so this is what drives them.
+    for (int32_t c = 0; c < std::min(getNumChannels(), EngineSnapshot::kMaxChannels); ++c) {
+        OndrelChannel& channel = getOndrelChannel(c);
+        for (int32_t b = 0; b < kNumBands; ++b) {
+            float& change = snapshot.gainChanges[static_cast<size_t>(c)][static_cast<size_t>(b)];
+            if (!channel.bandApplies(b) || !channel.getSlot(b).filter.dynamicsEnabled.getValue()) {
+                change = 0.0f;
+                continue;
+            }
+            const wave::BasicBlock<float>& block = *channel.getSlot(b).compander.fetch(numSamples);
+            change = block.getData()[block.isConstant() ? 0 : numSamples - 1];
+        }
+    }
+}
+
 void OndrelProcessor::publishSnapshot() {
+    // Only settings changes wake the worker; moving gains are picked up on its short round.
+    const bool wake = snapshotPending;
     snapshotPending = false;
+    fillSnapshot();
+    worker->publish(snapshot, wake);
+}
+
+void OndrelProcessor::fillSnapshot() {
     snapshot.bands = bandSettings;
     snapshot.stages = stages;
     snapshot.mode = processingMode.getValue();
@@ -576,14 +680,16 @@ void OndrelProcessor::publishSnapshot() {
     snapshot.numChannels = std::min(getNumChannels(), EngineSnapshot::kMaxChannels);
     for (int32_t c = 0; c < snapshot.numChannels; ++c)
         snapshot.channelFlags[static_cast<size_t>(c)] = getChannel(c).getFlags();
-    worker->publish(snapshot);
+    snapshot.config = neededConfig;
+    snapshot.followsGains = followGains;
+    snapshot.position = getEnvironment()->getPosition();
 }
 
 void OndrelProcessor::publishRealTimeBands() {
     // Latencies of the stages a band's gain readings run ahead of: everything after its own stage.
-    const ProcessingMode mode = processingMode.getValue();
-    const ProcessingResolution resolution = processingResolution.getValue();
-    const StageSet inUse = stagesInUse(stages, mode);
+    const ProcessingMode mode = running.mode;
+    const ProcessingResolution resolution = running.resolution;
+    const StageSet inUse = stagesInUse(running.stages, mode);
     std::array<int32_t, kNumStageTypes> latencies{};
     for (size_t type = 0; type < latencies.size(); ++type)
         latencies[type] =

@@ -52,13 +52,19 @@ public:
     const BandSettings& getBandSettings(int32_t band) const {
         return bandSettings[static_cast<size_t>(band)];
     }
-    const StageAssignment& getStages() const { return stages; }
-    ProcessingMode getProcessingMode() const { return processingMode.getValue(); }
-    ProcessingResolution getProcessingResolution() const { return processingResolution.getValue(); }
+    // What the audio path runs now. After a change of mode, resolution or rate it keeps running the
+    // old setup until the engine worker has the convolvers of the new one ready.
+    const StageAssignment& getStages() const { return running.stages; }
+    ProcessingMode getProcessingMode() const { return running.mode; }
+    ProcessingResolution getProcessingResolution() const { return running.resolution; }
+    bool isSwitchPending() const { return switchPending; }
     int32_t computeLatency(double sampleRate) const;
     // The band now heard alone (solo or side-chain audition), or -1.
     int32_t getMonitoredBand() const { return monitoredBand; }
     const EngineWorker& getWorker() const { return *worker; }
+    // Counts the settings changes handed to the worker (see EngineWorker::getHandledSerial).
+    uint64_t getSettingsSerial() const { return snapshot.settingsSerial; }
+    bool hasKernelWorkPending() const;
 
     void writeRealTimeData(BinaryDataWriter& stream) override;
 
@@ -72,6 +78,14 @@ private:
     // A left/right pair, or a channel on its own, with what the pair shares.
     struct ChannelGroup;
 
+    // The setup the audio path runs.
+    struct RunningSetup {
+        ProcessingMode mode = ProcessingMode::ZeroLatency;
+        ProcessingResolution resolution = ProcessingResolution::Medium;
+        StageAssignment stages{};
+        KernelConfig config{};
+    };
+
     // The bands whose gain readings the display must shift, for the real-time record (which the
     // polling thread writes while the audio thread runs).
     struct RealTimeBands {
@@ -84,6 +98,12 @@ private:
     // Parameter changes are collected and applied once at the start of the next graph block.
     void applyPendingChanges();
     void updateStages();
+    // Runs the current settings when their convolvers are at hand (or none are needed), else asks
+    // the worker for them.
+    void followSetup();
+    void adoptSetup(int32_t bank);
+    void takeReadyBank();
+    void collectGainChanges(int32_t numSamples);
     void updateBand(int32_t band);
     void configureDetection(const BandSettings& band, OndrelChannel& channel, int32_t b);
     void updateMonitor(const std::bitset<kNumBands>& newlySoloed,
@@ -99,6 +119,7 @@ private:
                               const ChannelGroup& group, int32_t side, bool used);
     wave::Producer* monitorSource(OndrelChannel& channel);
     void publishSnapshot();
+    void fillSnapshot();
     void publishRealTimeBands();
 
     int32_t layout;
@@ -106,7 +127,14 @@ private:
     std::unique_ptr<EngineWorker> worker;
 
     BandSettingsArray bandSettings{};
+    // The stages the current settings ask for, and the convolvers they need.
     StageAssignment stages{};
+    KernelConfig neededConfig{};
+    RunningSetup running;
+    bool switchPending = false;
+    int32_t activeBank = -1;
+    // Dynamic bands act in kernels: their gains go to the worker every block.
+    bool followGains = false;
     StageSet wired{};
     std::bitset<kNumBands> changedBands;
     bool globalsChanged = true;

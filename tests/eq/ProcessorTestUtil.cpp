@@ -1,13 +1,16 @@
 #include "ProcessorTestUtil.h"
 
 #include "eq/BandRouting.h"
+#include "eq/EngineWorker.h"
 #include "plugin/eq/ParameterMappings.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <numbers>
 #include <random>
 #include <stdexcept>
+#include <thread>
 
 namespace processor_test {
 
@@ -81,6 +84,20 @@ Signals Harness::process(const Signals& inputs, int32_t blockSize, const Signals
 
 void Harness::settle(int32_t numSamples) {
     process(Signals(static_cast<size_t>(numChannels()), Signal(static_cast<size_t>(numSamples), 0.0f)));
+}
+
+bool Harness::waitUntilSettled() {
+    for (int attempt = 0; attempt < 2000; ++attempt) {
+        settle(64);
+        const bool handled = instance->getWorker().getHandledSerial() == instance->getSettingsSerial();
+        if (!instance->isSwitchPending() && handled && !instance->hasKernelWorkPending()) {
+            // Let kernels published after the last settings change land and fade in.
+            settle(2 * instance->getLatency() + static_cast<int32_t>(instance->getSampleRate() * 0.1f));
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
 }
 
 Signals Harness::impulseResponse(int32_t inputChannel, int32_t length) {

@@ -36,6 +36,9 @@ public:
     Signals process(const Signals& inputs) { return process(inputs, 256); }
     // Silence through every channel for the given number of samples (lets settings settle).
     void settle(int32_t numSamples);
+    // Processes silence until the processor runs the settings given so far (a new mode waits for
+    // the worker's convolvers) and the worker has seen them; false on a time-out.
+    bool waitUntilSettled();
     // The impulse response at every output for a unit impulse on one input channel.
     Signals impulseResponse(int32_t inputChannel, int32_t length);
 
