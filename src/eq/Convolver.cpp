@@ -43,6 +43,7 @@ void Convolver::configure(int32_t kernelLength, int32_t firstPartition, int32_t 
         level->setKernel(1, nullptr);
     }
     time = 0;
+    quietSamples = samplesToRest();
 }
 
 Convolver::Kernel* Convolver::acquireFreeKernel() {
@@ -85,11 +86,22 @@ void Convolver::process(const float* input, float* output, int32_t numSamples) {
 
 void Convolver::reset() {
     time = 0;
+    quietSamples = samplesToRest();
     for (auto& level : levels)
         level->reset();
     // With the history gone there is nothing to fade from.
     if (incoming >= 0)
         finishCrossfade();
+}
+
+bool Convolver::isAtRest() const {
+    return quietSamples >= samplesToRest();
+}
+
+int64_t Convolver::samplesToRest() const {
+    // Input sample t reaches the outputs up to t + b0 + N - 1; the transforms' rounding residues
+    // may last up to two blocks of the largest level longer.
+    return layout->getKernelLength() + layout->getFirstPartition() + 2 * layout->getLargestPartition();
 }
 
 bool Convolver::laneIsValid(int32_t lane) const {
@@ -146,11 +158,14 @@ void Convolver::writeHistory(const float* input, int32_t count) {
     double* data = history.getData();
     const auto start = static_cast<int32_t>(time & historyMask);
     // Counts never cross the ring's end: steps stay inside one first-level block.
+    int32_t lastSound = -1;
     for (int32_t i = 0; i < count; ++i) {
         const float sample = input[i];
         const bool finite = (std::bit_cast<uint32_t>(sample) & kExponent) != kExponent;
         data[start + i] = finite ? sample : 0.0;
+        lastSound = finite && sample != 0.0f ? i : lastSound;
     }
+    quietSamples = lastSound >= 0 ? count - 1 - lastSound : quietSamples + count;
 }
 
 void Convolver::sumLane(int32_t lane, double* out, int32_t count) const {

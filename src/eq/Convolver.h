@@ -65,9 +65,9 @@ public:
     // Starts from the unit kernel and a reset state.
     void configure(int32_t kernelLength, int32_t firstPartition, int32_t crossfadeSamples);
 
-    // Builder thread. A free slot sized for this convolver's layout, or null when the builder
-    // already holds one. Fill it (Kernel::setImpulseResponse, FrequencyResponseKernel), then
-    // publish or discard it. A kernel whose last fill failed is discarded instead of published.
+    // Builder thread. A free slot sized for this convolver's layout; null only when the builder
+    // holds more than one already. Fill it (Kernel::setImpulseResponse, FrequencyResponseKernel),
+    // then publish or discard it. A kernel whose last fill failed is discarded instead of published.
     Kernel* acquireFreeKernel();
     void publishKernel(Kernel* kernel);
     void discardKernel(Kernel* kernel);
@@ -78,15 +78,19 @@ public:
                        int32_t flags) override;
     // Clears the history and the outputs; a running crossfade ends on the new kernel.
     void reset() override;
+    // True once the last non-zero input sample has left every output: N + b0 + 2 B_max samples
+    // later (see samplesToRest).
+    bool isAtRest() const override;
 
     // N/2 + b0 samples.
     int32_t getLatency() const;
     const Layout& getLayout() const { return *layout; }
     int32_t getCrossfadeSamples() const { return crossfadeSamples; }
-    // Whether a taken kernel is still on its way in (waiting for its blocks or fading).
+    // Audio thread: whether a taken kernel is still on its way in (waiting for its blocks or fading).
     bool isCrossfading() const { return incoming >= 0; }
 
 private:
+    int64_t samplesToRest() const;
     bool laneIsValid(int32_t lane) const;
     void atBoundary();
     void takeKernel();
@@ -109,15 +113,16 @@ private:
     bool fading = false;
     int32_t fadePosition = 0;
     int32_t crossfadeSamples = 0;
-    // Samples since the last reset.
+    // Samples since the last reset, and since the last non-zero input sample.
     int64_t time = 0;
+    int64_t quietSamples = 0;
 };
 
 // How a kernel of N taps is cut into levels. Sizes are b0, 8 b0, 64 b0, ...: a size B is followed
 // by 8 B as long as 32 B <= N. Level 0 serves taps [0, 15 b0) (all of them with one level); a
 // later level of size B serves [2 B - b0, 16 B - b0), i.e. 14 partitions, the last level up to N.
 // Each level's FFT has 2 B points; the plans are made here once and shared, read only, by the
-// level processors and the kernels.
+// level processors and the kernels. Threading: immutable once built, read by any thread.
 class Convolver::Layout {
 public:
     Layout(int32_t kernelLength, int32_t firstPartition);

@@ -19,8 +19,9 @@ constexpr int32_t kUnitsPerReorderUnit = 8;
 template <class T>
 void FFTStoreInputTask<T>::setPieces(const T* first, int32_t firstLength, const T* second,
                                      int32_t secondLength) {
-    pieces[0] = {first, std::max(firstLength, 0)};
-    pieces[1] = {second, std::max(secondLength, 0)};
+    const int32_t size = this->plan.getSize();
+    pieces[0] = {first, std::clamp(firstLength, 0, size)};
+    pieces[1] = {second, std::clamp(secondLength, 0, size - pieces[0].length)};
 }
 
 template <class T>

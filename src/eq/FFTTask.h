@@ -26,7 +26,7 @@ protected:
 };
 
 // Fills the N-point input of a transform from up to two pieces, in order, and zeros the rest. A
-// piece without data stands for zeros (history from before a reset).
+// piece without data stands for zeros (history from before a reset); what would not fit is dropped.
 template <class T>
 class FFTStoreInputTask : public FFTTask<T> {
 public:

@@ -15,7 +15,8 @@
 // Nyquist taken as real), the inverse transform is the circular impulse response, which is turned
 // by N/2 so that time zero lands in the middle (output i = input (i + N/2) mod N) and multiplied
 // by the window. The default window is the periodic Hann window 0.5 - 0.5 cos(2 pi i / N), which
-// is 1 at N/2, so a flat unit response gives the centred unit impulse.
+// is 1 at N/2, so a flat unit response gives the centred unit impulse. Channels that share a
+// response build it once and fill each convolver's kernel from getImpulseResponse().
 //
 // Threading: any one thread at a time, never the audio thread (the source is computed here).
 // Allocates at construction only.

@@ -294,6 +294,31 @@ TEST(Convolver, NonFiniteInputCountsAsSilenceAndHugeInputLeavesNoTrace) {
         ASSERT_NEAR(fromHuge[t], reference[t], 1e-6) << "at " << t;
 }
 
+TEST(Convolver, RestsOnlyOnceTheLastSoundHasLeftTheOutput) {
+    wave::Environment environment(4096, 0);
+    constexpr int32_t kLength = 4096, kFirst = 64, kImpulse = 1000;
+    Convolver convolver(&environment, kLength, kFirst, 100);
+    publish(convolver, randomKernel(kLength, 61));
+    const int32_t rest = kLength + kFirst + 2 * convolver.getLayout().getLargestPartition();
+    Floats input(kImpulse + 2 * rest, 0.0f), output(input.size());
+    input[kImpulse] = 1.0f;
+    size_t done = 0;
+    const auto advanceTo = [&](size_t end) {
+        convolver.process(input.data() + done, output.data() + done, static_cast<int32_t>(end - done));
+        done = end;
+        return convolver.isAtRest();
+    };
+    EXPECT_TRUE(advanceTo(kImpulse));
+    EXPECT_FALSE(advanceTo(kImpulse + 1));
+    EXPECT_FALSE(advanceTo(kImpulse + rest));
+    EXPECT_TRUE(advanceTo(kImpulse + rest + 1));
+    advanceTo(input.size());
+    // The impulse's response ends with the kernel's last tap, and nothing is left after the rest.
+    EXPECT_NE(output[kImpulse + kFirst + kLength - 1], 0.0f);
+    EXPECT_TRUE(
+        std::all_of(output.begin() + kImpulse + rest + 1, output.end(), [](float v) { return v == 0.0f; }));
+}
+
 TEST(ConvolverKernelMailbox, PublishedKernelsReplaceUntakenOnesAndSlotsComeBack) {
     const Convolver::Layout layout(512, 64);
     Convolver::KernelMailbox mailbox(layout);

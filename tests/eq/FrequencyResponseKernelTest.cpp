@@ -2,6 +2,7 @@
 #include "ConvolverTestUtil.h"
 #include "eq/EQBandDesign.h"
 #include "eq/EQResponses.h"
+#include "support/AllocationCounter.h"
 
 #include <gtest/gtest.h>
 
@@ -34,11 +35,18 @@ Mapping kernelGrid(int32_t length) {
     return Mapping(false, 0.0f, static_cast<float>(kRate / 2.0), length / 2);
 }
 
-TEST(FrequencyResponseKernel, FlatResponseGivesTheCentredUnitImpulse) {
+TEST(FrequencyResponseKernel, FlatResponseGivesTheCentredUnitImpulseWithoutAllocating) {
     Mapping grid = kernelGrid(kLength);
     FunctionSource flat(grid, [](int32_t) { return Complex(1.0f, 0.0f); });
     FrequencyResponseKernel<double> builder(kLength);
-    ASSERT_TRUE(builder.build(flat));
+    const Convolver::Layout layout(kLength, 64);
+    Convolver::Kernel kernel(layout);
+    {
+        testing_support::AllocationCounter allocations;
+        ASSERT_TRUE(builder.build(flat, kernel));
+        EXPECT_EQ(allocations.count(), 0u);
+    }
+    EXPECT_TRUE(kernel.isFilled());
     for (int32_t i = 0; i < kLength; ++i)
         ASSERT_NEAR(builder.getImpulseResponse()[i], i == kLength / 2 ? 1.0 : 0.0, 1e-12) << "tap " << i;
 }
