@@ -40,6 +40,11 @@ int32_t KernelBuilder::getActiveBank() const {
     return activeOf(state.load(std::memory_order_acquire));
 }
 
+bool KernelBuilder::hasOffer(const KernelConfig& needed) const {
+    const int32_t offered = offeredOf(state.load(std::memory_order_acquire));
+    return offered >= 0 && configs[static_cast<size_t>(offered)] == needed;
+}
+
 int32_t KernelBuilder::takeReadyBank(const KernelConfig& needed) {
     int32_t current = state.load(std::memory_order_acquire);
     const int32_t offered = offeredOf(current);

@@ -43,6 +43,8 @@ public:
     // be retried later (a kernel slot was busy or a gain change was held back).
     bool follow(const EngineSnapshot& snapshot);
 
+    // Audio thread: whether a bank that fits is on offer.
+    bool hasOffer(const KernelConfig& needed) const;
     // Audio thread: the offered bank if it fits the config the settings need (it then becomes the
     // bank in use), else -1.
     int32_t takeReadyBank(const KernelConfig& needed);

@@ -65,9 +65,9 @@ void MonitorMix::process(wave::BasicBlock<float>* block, int32_t numSamples, int
         if (fillCountdown <= 0 && amount.getTarget() < 1.0f)
             amount.setValue(1.0f);
     }
-    const auto& weights = amount.getValueBlock(numSamples);
+    const auto& weights = amount.getValueBlockAt(numSamples);
     const float* w = weights.getData();
-    const float* g = gain.getValueBlock(numSamples).getData();
+    const float* g = gain.getValueBlockAt(numSamples).getData();
     const float* x = main->getData();
     for (int32_t i = 0; i < numSamples; ++i)
         out[i] = x[i] + (out[i] * g[i] - x[i]) * w[i];

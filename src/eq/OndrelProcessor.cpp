@@ -205,9 +205,12 @@ void OndrelProcessor::sampleRateChanged() {
     rewirePending = true;
     applyPendingChanges();
     if (switchPending) {
+        // Nothing is playing: take the new setup at once, without the fade.
         fillSnapshot();
         worker->followNow(snapshot);
-        takeReadyBank();
+        adoptSetup(neededConfig.isEmpty() ? -1 : worker->getKernelBuilder().takeReadyBank(neededConfig));
+        updateLatency();
+        publishRealTimeBands();
     }
 }
 
@@ -293,11 +296,46 @@ void OndrelProcessor::updateStages() {
 }
 
 void OndrelProcessor::followSetup() {
-    if (neededConfig.isEmpty() || neededConfig == running.config) {
-        adoptSetup(neededConfig.isEmpty() ? -1 : activeBank);
+    // Within one setup bands come and go without a break; a new mode, resolution or latency goes
+    // through a short fade (see advanceSwitch).
+    const bool sameSetup = neededConfig == running.config && processingMode.getValue() == running.mode &&
+                           ::computeLatency(stages, running.mode, processingResolution.getValue(),
+                                            getSampleRate(), 0) == getLatency();
+    if (sameSetup) {
+        adoptSetup(activeBank);
         return;
     }
     switchPending = true;
+}
+
+void OndrelProcessor::advanceSwitch() {
+    KernelBuilder& builder = worker->getKernelBuilder();
+    if (!neededConfig.isEmpty() && !builder.hasOffer(neededConfig))
+        return;
+    bool silent = true;
+    for (ChannelGroup& group : groups) {
+        group.output->setSwitchMute(true);
+        silent = silent && group.output->isSwitchMuted();
+    }
+    if (!silent)
+        return;
+    const int32_t bank = neededConfig.isEmpty() ? -1 : builder.takeReadyBank(neededConfig);
+    if (bank < 0 && !neededConfig.isEmpty())
+        return;
+    adoptSetup(bank);
+    updateLatency();
+    publishRealTimeBands();
+    // The new path is silent for its latency; fading in before its first sound would cut it in.
+    unmuteCountdown = getLatency();
+}
+
+void OndrelProcessor::unmuteWhenDue() {
+    // Before the outputs are read: a control set after its block was read would jump.
+    if (unmuteCountdown < 0 || unmuteCountdown > 0)
+        return;
+    unmuteCountdown = -1;
+    for (ChannelGroup& group : groups)
+        group.output->setSwitchMute(false);
 }
 
 void OndrelProcessor::adoptSetup(int32_t bank) {
@@ -316,18 +354,14 @@ void OndrelProcessor::adoptSetup(int32_t bank) {
         }
     }
     const RunningSetup next{processingMode.getValue(), processingResolution.getValue(), stages, neededConfig};
+    // Filters that sat out a kernel mode would resume from long-gone signal.
+    if (next.mode != running.mode)
+        for (int32_t c = 0; c < getNumChannels(); ++c)
+            for (int32_t b = 0; b < kNumBands; ++b)
+                getOndrelChannel(c).getSlot(b).filter.reset();
     if (next.stages != running.stages || next.mode != running.mode || !(next.config == running.config))
         rewirePending = true;
     running = next;
-}
-
-void OndrelProcessor::takeReadyBank() {
-    const int32_t bank = worker->getKernelBuilder().takeReadyBank(neededConfig);
-    if (bank < 0)
-        return;
-    adoptSetup(bank);
-    updateLatency();
-    publishRealTimeBands();
 }
 
 void OndrelProcessor::updateBand(int32_t b) {
@@ -628,7 +662,8 @@ void OndrelProcessor::rewire() {
 void OndrelProcessor::processChannels(float* const* buffers, int32_t numChannels, int32_t numSamples) {
     applyPendingChanges();
     if (switchPending)
-        takeReadyBank();
+        advanceSwitch();
+    unmuteWhenDue();
     followLoudness();
     if (rewirePending || wiredStages() != wired)
         rewire();
@@ -640,6 +675,8 @@ void OndrelProcessor::processChannels(float* const* buffers, int32_t numChannels
                 std::copy_n(out, numSamples, buffers[c]);
         }
     }
+    if (unmuteCountdown > 0)
+        unmuteCountdown = std::max(unmuteCountdown - numSamples, 0);
     if (followGains)
         collectGainChanges(numSamples);
     if (snapshotPending || followGains)

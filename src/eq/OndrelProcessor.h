@@ -102,7 +102,9 @@ private:
     // the worker for them.
     void followSetup();
     void adoptSetup(int32_t bank);
-    void takeReadyBank();
+    // Fades the output out, switches to the new setup once it is ready, and fades back in.
+    void advanceSwitch();
+    void unmuteWhenDue();
     void collectGainChanges(int32_t numSamples);
     void updateBand(int32_t band);
     void configureDetection(const BandSettings& band, OndrelChannel& channel, int32_t b);
@@ -132,6 +134,8 @@ private:
     KernelConfig neededConfig{};
     RunningSetup running;
     bool switchPending = false;
+    // Samples until the output fades back in after a switch, -1 when not counting.
+    int32_t unmuteCountdown = -1;
     int32_t activeBank = -1;
     // Dynamic bands act in kernels: their gains go to the worker every block.
     bool followGains = false;

@@ -25,6 +25,9 @@ public:
     void setPan(float position) { pan.setValue(position); }
     void setMidSidePan(bool midSide) { midSideAmount.setValue(midSide ? 1.0f : 0.0f); }
     void setInverted(bool inverted) { polarity.setValue(inverted ? -1.0f : 1.0f); }
+    // A short fade to silence while the processor changes its setup, and back.
+    void setSwitchMute(bool muted) { switchGain.setValue(muted ? 0.0f : 1.0f); }
+    bool isSwitchMuted() const { return switchGain.getTarget() == 0.0f && switchGain.isSettled(); }
     // Settles every control at its target at once (a fresh stream).
     void jumpToTargets();
 
@@ -40,4 +43,5 @@ private:
     FloatParameter pan;
     FloatParameter midSideAmount;
     FloatParameter polarity;
+    FloatParameter switchGain;
 };

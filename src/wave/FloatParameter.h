@@ -46,6 +46,8 @@ public:
     float getMaximum() const { return maximum; }
     float getRange() const { return range; }
     int32_t getRampLength() const { return rampLength; }
+    // The values delivered so far have reached the target.
+    bool isSettled() const { return done >= rampLength; }
     float getIncrement() const { return increment; }
     float getRampStart() const { return rampStart; }
 

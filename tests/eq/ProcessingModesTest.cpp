@@ -137,6 +137,43 @@ TEST(ProcessingModesTest, LinearPhaseFollowsTheAnalogMagnitudeWithASymmetricImpu
                 worstAsymmetry);
 }
 
+TEST(ProcessingModesTest, SwitchingModesWhilePlayingNeverClicks) {
+    constexpr float kRate = 48000.0f;
+    Harness h(kStereo, kRate, 256);
+    h.addBand(1, FilterShape::Bell, 440.0, 6.0f, 1.0f);
+    h.addBand(2, FilterShape::HighShelf, 3000.0, -6.0f, 1.0f);
+    const Signal tone = sine(12000, 440.0, kRate, 0.25);
+    const std::pair<ProcessingMode, ProcessingResolution> sequence[] = {
+        {ProcessingMode::LinearPhase, ProcessingResolution::Low},
+        {ProcessingMode::NaturalPhase, ProcessingResolution::Low},
+        {ProcessingMode::LinearPhase, ProcessingResolution::High},
+        {ProcessingMode::ZeroLatency, ProcessingResolution::High},
+        {ProcessingMode::NaturalPhase, ProcessingResolution::High},
+        {ProcessingMode::ZeroLatency, ProcessingResolution::Medium},
+    };
+    // The loudest a 440 Hz tone with 6 dB of boost moves from one sample to the next.
+    const double smoothStep = 2.0 * std::numbers::pi * 440.0 * 0.25 * 2.0 / kRate;
+    float previous = 0.0f;
+    double worst = 0.0;
+    int switches = 0;
+    for (const auto& [mode, resolution] : sequence) {
+        setMode(h, mode, resolution);
+        for (int round = 0; round < 30; ++round) {
+            const Signals out = h.process({tone, tone});
+            for (float x : out[0]) {
+                worst = std::max(worst, static_cast<double>(std::fabs(x - previous)));
+                previous = x;
+            }
+            if (!h.processor().isSwitchPending())
+                break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        switches += h.processor().getProcessingMode() == mode ? 1 : 0;
+    }
+    EXPECT_EQ(switches, 6);
+    EXPECT_LT(worst, smoothStep * 1.1);
+}
+
 TEST(ProcessingModesTest, DynamicBandShapesTheLinearPhaseKernel) {
     constexpr float kRate = 48000.0f;
     Harness h(kStereo, kRate, 256);
