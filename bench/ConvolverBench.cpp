@@ -1,18 +1,13 @@
 // The convolver with 64-sample host blocks: "per_sample" is the time per processed sample. With a
 // 131072-tap kernel it also reports how evenly the work is spread: "average_call" and
 // "worst_call" (seconds per 64-sample call) and "worst_over_average". The worst call is taken at
-// its typical cost: each call's position within the largest level's period is timed over many
-// periods, its median kept, and the largest median reported, so that a preemption by another
-// process on the machine does not pass for a spike of ours.
+// its typical cost (see reportCallSpread).
 #include "eq/Convolver.h"
 
 #include "BenchSupport.h"
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-#include <chrono>
-#include <numeric>
 #include <vector>
 
 namespace {
@@ -27,32 +22,6 @@ std::unique_ptr<Convolver> convolverWithKernel(wave::Environment& environment, i
     kernel->setImpulseResponse(taps.data(), length);
     convolver->publishKernel(kernel);
     return convolver;
-}
-
-void reportSpread(benchmark::State& state, Convolver& convolver, const std::vector<float>& input,
-                  std::vector<float>& output) {
-    using Clock = std::chrono::steady_clock;
-    const int32_t callsPerPeriod = convolver.getLayout().getLargestPartition() / kBlock;
-    constexpr int32_t kPeriods = 41;
-    std::vector<std::vector<double>> seconds(static_cast<size_t>(callsPerPeriod));
-    for (int32_t period = 0; period < kPeriods; ++period) {
-        for (int32_t call = 0; call < callsPerPeriod; ++call) {
-            const auto begin = Clock::now();
-            convolver.process(input.data(), output.data(), kBlock);
-            seconds[static_cast<size_t>(call)].push_back(
-                std::chrono::duration<double>(Clock::now() - begin).count());
-        }
-    }
-    double total = 0.0, worst = 0.0;
-    for (std::vector<double>& times : seconds) {
-        total += std::accumulate(times.begin(), times.end(), 0.0);
-        std::nth_element(times.begin(), times.begin() + kPeriods / 2, times.end());
-        worst = std::max(worst, times[kPeriods / 2]);
-    }
-    const double average = total / (static_cast<double>(kPeriods) * callsPerPeriod);
-    state.counters["average_call"] = average;
-    state.counters["worst_call"] = worst;
-    state.counters["worst_over_average"] = worst / average;
 }
 
 void convolve(benchmark::State& state) {
@@ -71,7 +40,8 @@ void convolve(benchmark::State& state) {
     }
     bench_support::reportPerSample(state, kBlock);
     if (length >= 131072)
-        reportSpread(state, *convolver, input, output);
+        bench_support::reportCallSpread(state, convolver->getLayout().getLargestPartition() / kBlock,
+                                        [&] { convolver->process(input.data(), output.data(), kBlock); });
 }
 
 } // namespace

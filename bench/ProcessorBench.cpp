@@ -9,14 +9,18 @@
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cmath>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
 
 constexpr int32_t kBlock = 512;
+// The host block of the spread measurement: small blocks show uneven work first.
+constexpr int32_t kSmallBlock = 64;
 constexpr float kRate = 48000.0f;
 constexpr int32_t kStereo = 1;
 constexpr int32_t kLayout714 = 22;
@@ -27,6 +31,7 @@ struct Setup {
     ProcessingResolution resolution = ProcessingResolution::Medium;
     int32_t bands = 24;
     int32_t dynamicBands = 0;
+    int32_t block = kBlock;
 };
 
 class Bench {
@@ -47,23 +52,28 @@ public:
             set(band + " Used", 1.0f);
         }
         const int32_t channels = processor->getNumChannels();
-        input = bench_support::testSignal(static_cast<size_t>(kBlock));
-        output.assign(static_cast<size_t>(channels), std::vector<float>(kBlock));
+        input = bench_support::testSignal(static_cast<size_t>(block));
+        output.assign(static_cast<size_t>(channels), std::vector<float>(static_cast<size_t>(block)));
         for (int32_t c = 0; c < channels; ++c) {
             inputs.push_back(input.data());
             outputs.push_back(output[static_cast<size_t>(c)].data());
         }
         // Let the settings and any kernel build land before measuring.
-        for (int i = 0; i < 200; ++i)
+        for (int i = 0; i < 200 || processor->isSwitchPending(); ++i) {
+            run();
+            if (i % 100 == 99)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        for (int i = 0; i < 2 * processor->getLatency() / block; ++i)
             run();
     }
 
     void run() {
         uint32_t flags = 0;
-        processor->process(inputs.data(), nullptr, outputs.data(), processor->getNumChannels(), kBlock,
-                           flags);
+        processor->process(inputs.data(), nullptr, outputs.data(), processor->getNumChannels(), block, flags);
     }
     int32_t channels() const { return processor->getNumChannels(); }
+    int32_t blockSize() const { return block; }
 
 private:
     void set(const std::string& name, float value) {
@@ -72,6 +82,7 @@ private:
                 processor->setParameter(i, value, true);
     }
 
+    int32_t block;
     std::unique_ptr<OndrelProcessor> processor;
     std::vector<float> input;
     std::vector<std::vector<float>> output;
@@ -83,9 +94,12 @@ void measure(benchmark::State& state, const Setup& setup) {
     Bench bench(setup);
     for (auto _ : state)
         bench.run();
-    bench_support::reportPerUnit(state, "per_channel_sample", static_cast<double>(kBlock) * bench.channels());
-    state.counters["realtime"] = benchmark::Counter(static_cast<double>(state.iterations()) * kBlock / kRate,
-                                                    benchmark::Counter::kIsRate);
+    bench_support::reportPerUnit(state, "per_channel_sample",
+                                 static_cast<double>(bench.blockSize()) * bench.channels());
+    state.counters["realtime"] = benchmark::Counter(
+        static_cast<double>(state.iterations()) * bench.blockSize() / kRate, benchmark::Counter::kIsRate);
+    if (setup.block == kSmallBlock)
+        bench_support::reportCallSpread(state, 8192 / kSmallBlock, [&bench] { bench.run(); });
 }
 
 // Argument: processing mode.
@@ -104,6 +118,11 @@ void BM_Processor8DynamicBands(benchmark::State& state) {
             {kStereo, static_cast<ProcessingMode>(state.range(0)), ProcessingResolution::Medium, 24, 8});
 }
 
+// Linear Phase at Maximum with 64-sample host blocks: how evenly the work spreads over the calls.
+void BM_ProcessorLinearPhaseMaximumSpread(benchmark::State& state) {
+    measure(state, {kStereo, ProcessingMode::LinearPhase, ProcessingResolution::Maximum, 24, 0, kSmallBlock});
+}
+
 void BM_Processor714(benchmark::State& state) {
     measure(state, {kLayout714, static_cast<ProcessingMode>(state.range(0))});
 }
@@ -111,6 +130,7 @@ void BM_Processor714(benchmark::State& state) {
 BENCHMARK(BM_Processor24Bells)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_ProcessorLinearPhase)->DenseRange(0, 4)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Processor8DynamicBands)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ProcessorLinearPhaseMaximumSpread)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Processor714)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
 
 } // namespace

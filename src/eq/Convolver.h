@@ -127,6 +127,9 @@ class Convolver::Layout {
 public:
     Layout(int32_t kernelLength, int32_t firstPartition);
 
+    // The size of the last level, without building a layout.
+    static int32_t largestPartitionFor(int32_t kernelLength, int32_t firstPartition);
+
     int32_t getKernelLength() const { return kernelLength; }
     int32_t getFirstPartition() const { return levels.front().size; }
     int32_t getLargestPartition() const { return levels.back().size; }

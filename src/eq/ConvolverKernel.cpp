@@ -15,11 +15,20 @@ int32_t firstPartitionFor(int32_t requested) {
 
 } // namespace
 
+int32_t Convolver::Layout::largestPartitionFor(int32_t length, int32_t firstPartition) {
+    const int32_t kernelLength = std::clamp(length, 1, kMaximumKernelLength);
+    int32_t size = firstPartitionFor(firstPartition);
+    while (32 * static_cast<int64_t>(size) <= kernelLength)
+        size *= 8;
+    return size;
+}
+
 Convolver::Layout::Layout(int32_t length, int32_t firstPartition)
     : kernelLength(std::clamp(length, 1, kMaximumKernelLength)) {
     const int32_t b0 = firstPartitionFor(firstPartition);
+    const int32_t largest = largestPartitionFor(length, firstPartition);
     std::vector<int32_t> sizes{b0};
-    while (32 * static_cast<int64_t>(sizes.back()) <= kernelLength)
+    while (sizes.back() < largest)
         sizes.push_back(8 * sizes.back());
     // A level of size B delivers its block 2 B after the block's input started; the chain as a
     // whole is b0 late, so the level can serve taps from 2 B - b0 on. Level 0 is the exception:

@@ -21,3 +21,7 @@ void KernelStage::reset() {
     if (convolver != nullptr)
         convolver->reset();
 }
+
+bool KernelStage::isAtRest() const {
+    return convolver == nullptr || convolver->isAtRest();
+}

@@ -17,6 +17,8 @@ public:
     void processFilter(const float* input, wave::BasicBlock<float>* block, int32_t numSamples,
                        int32_t flags) override;
     void reset() override;
+    // Sound still on its way through the kernel keeps the graph from counting as silent.
+    bool isAtRest() const override;
 
 private:
     Convolver* convolver = nullptr;

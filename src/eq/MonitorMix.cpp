@@ -15,6 +15,7 @@ MonitorMix::MonitorMix(wave::Environment* environment, int32_t maximumDelay)
         control->minimumSmoothingTime.setValue(kFadeMs);
         control->maximumSmoothingTime.setValue(kFadeMs);
     }
+    joinResets();
 }
 
 void MonitorMix::setInputs(wave::Producer* newProcessed, wave::Producer* newMonitored) {

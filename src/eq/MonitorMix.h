@@ -26,6 +26,8 @@ public:
 
     void process(wave::BasicBlock<float>* block, int32_t numSamples, int32_t flags) override;
     void reset() override;
+    // A monitor on its way through the delay is still to be heard.
+    bool isAtRest() const override { return faded; }
 
 private:
     wave::Producer* processed = nullptr;

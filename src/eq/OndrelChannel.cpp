@@ -16,6 +16,10 @@ OndrelProcessor::OndrelChannel::BandSlot::BandSlot(wave::Environment* environmen
         meter->levelDomain.setValue(wave::LevelMeter::kRaw);
         meter->displayInDb.setValue(false);
     }
+    // Leaving bypass resets the graph: the band must not resume from what it heard before.
+    filter.joinResets();
+    detector.joinResets();
+    compander.joinResets();
     gainMeter.setClampRange(-DynamicEQFilter::kGainLimitDb, DynamicEQFilter::kGainLimitDb);
     reductionMeter.setDirection(1);
     reductionMeter.setClampRange(-180.0f, 0.0f);
@@ -34,6 +38,7 @@ OndrelProcessor::OndrelChannel::OndrelChannel(OndrelProcessor& owner, uint32_t f
         for (auto& convolver : bank)
             convolver =
                 std::make_unique<Convolver>(owner.getEnvironment(), 2, Convolver::kMinimumPartition, 0);
+    soloFilter.joinResets();
     inputMeter.setInput(&getMainInput());
     sideChainMeter.setInput(&getSideChainInput());
     for (wave::LevelMeter* meter : {&inputMeter, &outputMeter, &sideChainMeter})

@@ -731,7 +731,14 @@ void OndrelProcessor::publishRealTimeBands() {
     for (size_t type = 0; type < latencies.size(); ++type)
         latencies[type] =
             inUse[type] ? stageLatency(static_cast<StageType>(type), mode, resolution, getSampleRate()) : 0;
-    const int32_t total = computeLatency(getSampleRate());
+    int32_t total = computeLatency(getSampleRate());
+    // Spectral readings keep the linear kernel's timing: half the kernel back, half its largest
+    // partition on.
+    if (running.config.linearTaps > 0)
+        total += Convolver::Layout::largestPartitionFor(running.config.linearTaps,
+                                                        running.config.linearFirstPartition) /
+                     2 -
+                 running.config.linearTaps / 2;
     RealTimeBands& info = realTimeBands.writeSlot();
     info.count = 0;
     for (int32_t b = 0; b < kNumBands; ++b) {

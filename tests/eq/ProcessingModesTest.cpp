@@ -2,6 +2,7 @@
 
 #include "eq/AnalogFilterPrototype.h"
 #include "eq/EQBandDesign.h"
+#include "foundation/BinaryStreams.h"
 #include "plugin/eq/ParameterMappings.h"
 #include "support/AllocationCounter.h"
 #include "support/LockCounter.h"
@@ -172,6 +173,56 @@ TEST(ProcessingModesTest, SwitchingModesWhilePlayingNeverClicks) {
     }
     EXPECT_EQ(switches, 6);
     EXPECT_LT(worst, smoothStep * 1.1);
+}
+
+TEST(ProcessingModesTest, SoundInsideTheLatencyOutlastsSilentInput) {
+    // A host that flags its input silent must still get the click that is on its way out.
+    Harness h(kStereo, 48000.0f, 256);
+    setMode(h, ProcessingMode::LinearPhase, ProcessingResolution::Low);
+    ASSERT_TRUE(h.waitUntilSettled());
+    const int32_t latency = h.processor().getLatency();
+    std::vector<float> in(256, 0.0f);
+    std::vector<float> out(256, 0.0f);
+    const float* inputs[] = {in.data(), in.data()};
+    float* outputs[] = {out.data(), out.data()};
+    float heard = 0.0f;
+    for (int32_t block = 0; block * 256 < latency + 1024; ++block) {
+        in[0] = block == 0 ? 1.0f : 0.0f;
+        uint32_t flags = block == 0 ? 0u : static_cast<uint32_t>(GenericPluginProcessor::kInputSilent);
+        h.processor().process(inputs, nullptr, outputs, 2, 256, flags);
+        for (float x : out)
+            heard = std::max(heard, std::fabs(x));
+    }
+    EXPECT_NEAR(heard, 1.0f, 1e-4f);
+}
+
+TEST(ProcessingModesTest, RealTimeRecordTellsHowFarSpectralReadingsLead) {
+    constexpr float kRate = 48000.0f;
+    Harness h(kStereo, kRate, 256);
+    setMode(h, ProcessingMode::LinearPhase, ProcessingResolution::Medium);
+    h.addBand(1, FilterShape::Bell, 200.0, 3.0f);
+    h.setBand(1, " Stereo Placement", static_cast<float>(StereoPlacement::Left));
+    for (int32_t band : {2, 3}) {
+        h.addBand(band, FilterShape::Bell, 1000.0 * band, -3.0f);
+        h.setBand(band, " Dynamic Range", -6.0f);
+        h.setBand(band, " Spectral Enabled", 1.0f);
+    }
+    h.setBand(2, " Stereo Placement", static_cast<float>(StereoPlacement::Mid));
+    ASSERT_TRUE(h.waitUntilSettled());
+    ASSERT_EQ(h.processor().getLatency(), 2 * 5120);
+
+    BinaryMemoryWriter writer;
+    h.processor().writeRealTimeData(writer);
+    BinaryMemoryReader reader(writer.bytes());
+    EXPECT_FLOAT_EQ(reader.readFloat(), 120.0f) << "the frame's part ends with the tempo";
+    ASSERT_EQ(reader.readUInt32(), 2u);
+    // The mid band's stage follows the left/right stage: its readings lead by one stage less. Both
+    // are measured from the kernel's analysis frame: half the kernel back, half a 1024 partition on.
+    const float correction = 512.0f - 4096.0f;
+    EXPECT_EQ(reader.readUInt32(), 1u);
+    EXPECT_NEAR(reader.readFloat(), (5120.0f + correction) / kRate * 1000.0f, 0.01f);
+    EXPECT_EQ(reader.readUInt32(), 2u);
+    EXPECT_NEAR(reader.readFloat(), (10240.0f + correction) / kRate * 1000.0f, 0.01f);
 }
 
 TEST(ProcessingModesTest, DynamicBandShapesTheLinearPhaseKernel) {
