@@ -240,7 +240,8 @@ public:
     virtual MidiState getMidiState() const { return MidiState::Enabled; }
 
 protected:
-    // The product's settings classes; created once per process by the first instance.
+    // The product's settings classes, created once per process by the first instance. The
+    // defaults (the generic keys, product domain generation 1) serve products without their own.
     virtual std::unique_ptr<SharedSettings> createSharedSettings() const;
     virtual std::unique_ptr<Settings> createSettings() const;
     // Called once a snapshot (undo, redo, A/B) has been applied.

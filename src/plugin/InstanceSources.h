@@ -42,7 +42,8 @@ public:
 // lock to unlock, so a target is never swapped under a reader.
 class AudioSourceProxy : public AudioSource, private LockedObject {
 public:
-    // Waits for readers that hold the slot; the old target may be destroyed afterwards.
+    // Waits for readers that hold the slot; the old target may be destroyed afterwards. Never
+    // called by a reader between its own lock and unlock.
     void setTarget(AudioSource* newTarget);
 
     void lock() override;
