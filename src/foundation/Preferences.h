@@ -58,5 +58,3 @@ public:
     // False when the file could not be written (the changes are then kept for another try).
     bool flush();
 };
-
-bool isValidUtf8(std::string_view text);

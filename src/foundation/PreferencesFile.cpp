@@ -1,5 +1,7 @@
 #include "foundation/PreferencesFile.h"
 
+#include "foundation/AtomicFile.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -117,30 +119,6 @@ bool isDecimalInteger(std::string_view text) {
     return true;
 }
 
-bool writeAll(int descriptor, const std::string& text) {
-    std::size_t written = 0;
-    while (written < text.size()) {
-        const ssize_t result = write(descriptor, text.data() + written, text.size() - written);
-        if (result < 0)
-            return false;
-        written += static_cast<std::size_t>(result);
-    }
-    return true;
-}
-
-bool replaceAtomically(const std::string& path, const std::string& text) {
-    std::string temporary = path + ".XXXXXX";
-    const int descriptor = mkstemp(temporary.data());
-    if (descriptor < 0)
-        return false;
-    const bool written = writeAll(descriptor, text) && fsync(descriptor) == 0;
-    const bool closed = close(descriptor) == 0;
-    if (written && closed && std::rename(temporary.c_str(), path.c_str()) == 0)
-        return true;
-    unlink(temporary.c_str());
-    return false;
-}
-
 // Holds an exclusive advisory lock on a file for its scope.
 class FileLock {
 public:
@@ -241,5 +219,5 @@ bool updatePreferences(const std::string& path, const PreferenceMap& changes) {
     PreferenceMap values = loadPreferences(path);
     for (const auto& [key, value] : changes)
         values.insert_or_assign(key, value);
-    return replaceAtomically(path, formatPreferences(values));
+    return writeFileAtomically(path, formatPreferences(values));
 }

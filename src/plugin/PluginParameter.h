@@ -220,11 +220,16 @@ private:
         return std::to_string(valueOfItemIndex(itemIndex));
     }
 
-    // Without a table the value is clamped to the item range; with one any value is kept, so a
-    // preset's value survives even if the table does not list it.
+    // Without a table the value is clamped to the item range; with one any value between the
+    // table's smallest and largest is kept, so a preset's value survives even if the table does
+    // not list it, while garbage cannot leave that span.
     void storeValue(int32_t newValue) {
-        if (valueTable.empty())
+        if (valueTable.empty()) {
             newValue = std::clamp(newValue, minimum, maximum);
+        } else {
+            const auto [smallest, largest] = std::minmax_element(valueTable.begin(), valueTable.end());
+            newValue = std::clamp(newValue, *smallest, *largest);
+        }
         if (newValue == value)
             return;
         value = newValue;

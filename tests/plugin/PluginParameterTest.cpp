@@ -153,9 +153,13 @@ TEST(IndexedParameter, IntegerRangeAndValueTable) {
     EXPECT_EQ(stepped.getTextForNormalized(1.0), "30");
     stepped.setNormalized(1.0);
     EXPECT_EQ(stepped.getValue(), 30);
-    stepped.setPlain(99.0f); // not in the table: kept, and counts as the offset
-    EXPECT_EQ(stepped.getValue(), 99);
+    stepped.setPlain(25.0f); // not in the table but inside its span: kept, and counts as the offset
+    EXPECT_EQ(stepped.getValue(), 25);
     EXPECT_EQ(stepped.getItemIndex(), 1);
+    stepped.setPlain(99.0f); // beyond the table's span: clamped to its largest value
+    EXPECT_EQ(stepped.getValue(), 30);
+    stepped.setPlain(-1.0e30f);
+    EXPECT_EQ(stepped.getValue(), 10);
     EXPECT_NEAR(normalizedOfText(stepped, "30"), 1.0, 1e-12);
 }
 
