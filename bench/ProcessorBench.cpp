@@ -37,7 +37,7 @@ struct Setup {
 class Bench {
 public:
     explicit Bench(const Setup& setup)
-        : processor(std::make_unique<OndrelProcessor>(setup.layout, kBlock, kRate)) {
+        : block(setup.block), processor(std::make_unique<OndrelProcessor>(setup.layout, setup.block, kRate)) {
         processor->setProcessing(true);
         set("Processing Mode", static_cast<float>(setup.mode));
         set("Processing Resolution", static_cast<float>(setup.resolution));
