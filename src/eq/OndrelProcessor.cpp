@@ -271,11 +271,11 @@ void OndrelProcessor::applyPendingChanges() {
                             (isDynamicBand(bandSettings[index]) && bandSettings[index].externalSideChain);
         }
         setSideChainUsed(sideChainUsed);
-        followGains = !neededConfig.isEmpty() &&
-                      std::any_of(bandSettings.begin(), bandSettings.end(), [this](const BandSettings& band) {
-                          return isDynamicBand(band) && dynamicsAvailable(processingMode.getValue(),
-                                                                          processingResolution.getValue());
-                      });
+        anyDynamic = dynamicsAvailable(processingMode.getValue(), processingResolution.getValue()) &&
+                     std::any_of(bandSettings.begin(), bandSettings.end(), isDynamicBand);
+        if (!anyDynamic)
+            gainReduction = 0.0f;
+        followGains = anyDynamic && !neededConfig.isEmpty();
         updateMonitor(newlySoloed, newlyAuditioned);
         publishRealTimeBands();
         ++snapshot.settingsSerial;
@@ -527,8 +527,11 @@ void OndrelProcessor::followLoudness() {
 
 void OndrelProcessor::updateLatency() {
     const int32_t samples = computeLatency(getSampleRate());
-    if (samples != getLatency())
+    if (samples != getLatency()) {
         setLatency(samples);
+        // The model tells the host, which then asks for the new figure.
+        reportNumber(kLatencyChangedReport);
+    }
     for (int32_t c = 0; c < getNumChannels(); ++c)
         getOndrelChannel(c).getMonitorMix().setDelay(samples);
 }
@@ -677,14 +680,24 @@ void OndrelProcessor::processChannels(float* const* buffers, int32_t numChannels
     }
     if (unmuteCountdown > 0)
         unmuteCountdown = std::max(unmuteCountdown - numSamples, 0);
-    if (followGains)
+    if (anyDynamic)
         collectGainChanges(numSamples);
     if (snapshotPending || followGains)
         publishSnapshot();
 }
 
+bool OndrelProcessor::getGainReduction(float& db) const {
+    db = gainReduction;
+    return true;
+}
+
+bool OndrelProcessor::acceptsMidi() const {
+    return receiveMidi.getValue() == MidiState::Enabled;
+}
+
 void OndrelProcessor::collectGainChanges(int32_t numSamples) {
     // In Linear Phase no filter pulls the companders, so this is what drives them.
+    float reduction = 0.0f;
     for (int32_t c = 0; c < std::min(getNumChannels(), EngineSnapshot::kMaxChannels); ++c) {
         OndrelChannel& channel = getOndrelChannel(c);
         for (int32_t b = 0; b < kNumBands; ++b) {
@@ -695,8 +708,10 @@ void OndrelProcessor::collectGainChanges(int32_t numSamples) {
             }
             const wave::BasicBlock<float>& block = *channel.getSlot(b).compander.fetch(numSamples);
             change = block.getData()[block.isConstant() ? 0 : numSamples - 1];
+            reduction = std::min(reduction, change);
         }
     }
+    gainReduction = reduction;
 }
 
 void OndrelProcessor::publishSnapshot() {

@@ -67,12 +67,15 @@ public:
     bool hasKernelWorkPending() const;
 
     void writeRealTimeData(BinaryDataWriter& stream) override;
+    // The deepest cut of any dynamic band in the last block.
+    bool getGainReduction(float& db) const override;
 
 protected:
     void processChannels(float* const* buffers, int32_t numChannels, int32_t numSamples) override;
     void parameterChanged(int32_t index) override;
     void applyParameterPoint(int32_t index, float value) override;
     void sampleRateChanged() override;
+    bool acceptsMidi() const override;
 
 private:
     // A left/right pair, or a channel on its own, with what the pair shares.
@@ -139,6 +142,8 @@ private:
     int32_t activeBank = -1;
     // Dynamic bands act in kernels: their gains go to the worker every block.
     bool followGains = false;
+    bool anyDynamic = false;
+    float gainReduction = 0.0f;
     StageSet wired{};
     std::bitset<kNumBands> changedBands;
     bool globalsChanged = true;

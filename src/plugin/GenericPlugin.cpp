@@ -374,6 +374,11 @@ void GenericPlugin::applyMidiController(int32_t controller, float value) {
         getParameter(static_cast<int32_t>(index))->setNormalized(value);
 }
 
+void GenericPlugin::processorReportedPair(int32_t kind, int32_t value) {
+    if (kind == kProgramChangeReport)
+        programChangeReceived(value);
+}
+
 void GenericPlugin::programChangeReceived(int32_t program) {
     if (!getSharedSettings().enableMidiProgramChanges.getValue())
         return;

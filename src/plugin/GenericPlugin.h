@@ -202,6 +202,10 @@ public:
     void playMidiMessage(uint8_t status, uint8_t data1, uint8_t data2);
 
     // --- Processor side
+    // What the processor reports on its own (through the host adapter): a program change it
+    // received as MIDI selects a preset when program changes are enabled.
+    static constexpr int32_t kProgramChangeReport = 1;
+    void processorReportedPair(int32_t kind, int32_t value);
     uint32_t getSetupWord() const { return setupWord; }
     void setSetupWord(uint32_t word);
     int32_t getLatency() const { return latency; }

@@ -45,6 +45,10 @@ public:
     // 0 for continuous parameters.
     virtual int32_t getNumSteps() const = 0;
 
+    // Conversions that leave the parameter alone (a host's values on their way elsewhere).
+    virtual float plainOfNormalized(double normalized) const = 0;
+    virtual double normalizedOfPlain(float plain) const = 0;
+
     virtual std::string getText() const = 0;
     virtual std::string getTextForNormalized(double normalized) const = 0;
     // False (and nothing changes) when the text is neither a number, a note nor an item text.
@@ -160,6 +164,15 @@ public:
     void setNormalized(double normalized) override {
         storeValue(valueOfItemIndex(itemIndexOfNormalized(normalized)));
     }
+    float plainOfNormalized(double normalized) const override {
+        return static_cast<float>(valueOfItemIndex(itemIndexOfNormalized(normalized)));
+    }
+    double normalizedOfPlain(float plain) const override {
+        if (std::isnan(plain))
+            return getDefaultNormalized();
+        const int32_t stored = roundToInt(std::clamp(plain, -2.0e9f, 2.0e9f));
+        return normalizedOfItemIndex(std::clamp(itemIndexOfValue(stored), minimum, maximum));
+    }
     float getPlain() const override { return static_cast<float>(value); }
     void setPlain(float plain) override {
         if (!std::isnan(plain))
@@ -272,6 +285,10 @@ public:
     void setNormalized(double normalized) override {
         setValue(static_cast<float>(normalizedToPlain(normalized)));
     }
+    float plainOfNormalized(double normalized) const override {
+        return static_cast<float>(normalizedToPlain(normalized));
+    }
+    double normalizedOfPlain(float plain) const override { return plainToNormalized(plain); }
     float getPlain() const override { return value; }
     void setPlain(float plain) override { setValue(plain); }
     double getDefaultNormalized() const override { return plainToNormalized(defaultValue); }

@@ -5,6 +5,7 @@
 #include "foundation/CriticalSection.h"
 #include "foundation/Numbers.h"
 #include "wave/BypassProcessor.h"
+#include "wave/ControllerMidiReceiver.h"
 #include "wave/FloatingPointMode.h"
 
 #include <algorithm>
@@ -45,6 +46,7 @@ void GenericPluginProcessor::initialize(int32_t maxBlockSize, int32_t secondSize
     environment = std::make_unique<wave::Environment>(maxBlockSize, secondSize);
     environment->setPrimarySampleRateListener(&rateForwarder);
     midiReceiver = createMidiReceiver();
+    controllerMidi = dynamic_cast<ControllerMidiReceiver*>(midiReceiver.get());
     bypassProcessor = std::make_unique<BypassProcessor>(*this);
     if ((flags & kMidiOutputFlag) != 0)
         outgoingMidi = std::make_unique<wave::LockFreeRing<MidiEvent, kOutgoingMidiQueueSize>>();
@@ -269,8 +271,23 @@ void GenericPluginProcessor::countSamplesSinceRequest(int32_t numSamples) {
     environment->setDisplayActive(static_cast<float>(next) < environment->getSampleRate());
 }
 
+std::unique_ptr<GenericPluginProcessor::MidiReceiver> GenericPluginProcessor::createMidiReceiver() {
+    return std::make_unique<ControllerMidiReceiver>(*this);
+}
+
+bool GenericPluginProcessor::readControllerMapping(BinaryDataReader& reader) {
+    return controllerMidi != nullptr && controllerMidi->readMapping(reader);
+}
+
+bool GenericPluginProcessor::writeControllerMapping(BinaryDataWriter& writer) const {
+    if (controllerMidi == nullptr)
+        return false;
+    controllerMidi->writeMapping(writer);
+    return true;
+}
+
 void GenericPluginProcessor::handleMidiEvent(const MidiEvent& event) {
-    if (midiReceiver != nullptr)
+    if (midiReceiver != nullptr && acceptsMidi())
         midiReceiver->receiveMidiEvent(event);
 }
 

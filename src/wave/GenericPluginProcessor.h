@@ -14,6 +14,7 @@
 
 class BinaryDataReader;
 class BinaryDataWriter;
+class ControllerMidiReceiver;
 
 // The audio side of a plug-in of the family. The host layer hands it every host block; the frame
 // applies queued parameter changes, cuts the block at MIDI events and sample-accurate parameter
@@ -63,7 +64,14 @@ public:
         virtual void processorParameterChanged(int32_t index, float value) = 0;
         // After a block in which MIDI events were handled.
         virtual void midiHandled(int32_t notification) = 0;
+        // An event for the plug-in model: a pair of small numbers, or one number (audio thread).
+        virtual void reportPair(int32_t, int32_t) {}
+        virtual void reportNumber(int32_t) {}
     };
+
+    // What the frame reports through ProcessorAdapter::reportNumber and reportPair.
+    static constexpr int32_t kLatencyChangedReport = 1;
+    static constexpr int32_t kProgramChangeReport = 1;
 
     // An object that contributes to the real-time record the editor polls.
     class RealTimeDataSource {
@@ -178,10 +186,29 @@ public:
     int32_t getSamplesSinceRealTimeRequest() const;
 
     void setAdapter(ProcessorAdapter* newAdapter) { adapter = newAdapter; }
+    // Audio thread: passed to the adapter, if there is one.
+    void reportPair(int32_t a, int32_t b) {
+        if (adapter != nullptr)
+            adapter->reportPair(a, b);
+    }
+    void reportNumber(int32_t n) {
+        if (adapter != nullptr)
+            adapter->reportNumber(n);
+    }
+    // The product's current gain reduction in dB (0 or below), if it measures one.
+    virtual bool getGainReduction(float& db) const {
+        db = 0.0f;
+        return false;
+    }
 
     // Audio thread. False without the outgoing queue (see kMidiOutputFlag) or when it is full.
     bool sendMidiEvent(const MidiEvent& event);
     bool hasMidiOutput() const { return outgoingMidi != nullptr; }
+
+    // The learned controller map of the default MIDI receiver, in its binary form; false without
+    // one. Any one thread besides the audio thread.
+    bool readControllerMapping(BinaryDataReader& reader);
+    bool writeControllerMapping(BinaryDataWriter& writer) const;
 
     // True when no sample differs from zero by more than the float epsilon (NaN counts as signal).
     static bool isSilent(const float* samples, int32_t numSamples);
@@ -209,7 +236,10 @@ protected:
     virtual void sampleRateChanged() {}
     virtual void globalInitialize() {}
     virtual void globalShutdown() {}
-    virtual std::unique_ptr<MidiReceiver> createMidiReceiver() { return nullptr; }
+    // The default drives parameters from learned MIDI controllers (ControllerMidiReceiver).
+    virtual std::unique_ptr<MidiReceiver> createMidiReceiver();
+    // False while the product's "Receive Midi" is off: events are then dropped.
+    virtual bool acceptsMidi() const { return true; }
     virtual void transportStarted() {}
     // Called when the mode parameter turns 1.
     virtual void setMode(float) {}
@@ -257,6 +287,7 @@ private:
     std::vector<std::unique_ptr<Channel>> channels;
     std::unique_ptr<BypassProcessor> bypassProcessor;
     std::unique_ptr<MidiReceiver> midiReceiver;
+    ControllerMidiReceiver* controllerMidi = nullptr;
     ProcessorAdapter* adapter = nullptr;
 
     bool active = false;
