@@ -31,8 +31,10 @@ set(vst3_sources
     public.sdk/source/vst/hosting/pluginterfacesupport.cpp)
 list(TRANSFORM vst3_sources PREPEND ${VST3_SDK_ROOT}/)
 
-add_library(vst3sdk STATIC ${vst3_sources} ${PROJECT_SOURCE_DIR}/src/host/vst3sdk/GuiInterfaceIds.cpp)
+add_library(vst3sdk STATIC ${vst3_sources} ${PROJECT_SOURCE_DIR}/src/host/vst3sdk/MissingInterfaceIds.cpp)
 target_include_directories(vst3sdk SYSTEM PUBLIC ${VST3_SDK_ROOT} ${VST3_PSL_EXTENSIONS})
+# Our own interface declarations live beside the plug-in code.
+target_include_directories(vst3sdk PRIVATE ${PROJECT_SOURCE_DIR}/src)
 target_compile_definitions(vst3sdk PUBLIC RELEASE=1)
 # Third-party code keeps its own warnings to itself.
 target_compile_options(vst3sdk PRIVATE -w)

@@ -215,8 +215,7 @@ void OndrelProcessor::sampleRateChanged() {
 }
 
 int32_t OndrelProcessor::computeLatency(double sampleRate) const {
-    return ::computeLatency(stages, processingMode.getValue(), processingResolution.getValue(), sampleRate,
-                            0);
+    return ::computeLatency(running.stages, running.mode, running.resolution, sampleRate, 0);
 }
 
 bool OndrelProcessor::hasKernelWorkPending() const {

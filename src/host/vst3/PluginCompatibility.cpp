@@ -5,10 +5,6 @@
 #include <algorithm>
 #include <cctype>
 
-namespace Steinberg {
-DEF_CLASS_IID(IPluginCompatibility)
-}
-
 PluginCompatibility::PluginCompatibility(std::string fourCharacterCode, std::string className)
     : code(std::move(fourCharacterCode)), lowerCaseName(std::move(className)) {
     std::transform(lowerCaseName.begin(), lowerCaseName.end(), lowerCaseName.begin(),

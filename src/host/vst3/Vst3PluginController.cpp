@@ -22,12 +22,6 @@
 using namespace Steinberg;
 using namespace Steinberg::Vst;
 
-namespace Presonus {
-DEF_CLASS_IID(IGainReductionInfo)
-DEF_CLASS_IID(IContextInfoHandler)
-DEF_CLASS_IID(IContextInfoProvider)
-} // namespace Presonus
-
 namespace {
 
 constexpr ParamID kSpecial = HostParameterMap::kSpecialBase;
