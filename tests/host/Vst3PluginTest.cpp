@@ -200,6 +200,7 @@ TEST_F(Vst3PluginTest, EveryLayoutNegotiatesProcessesAndRestoresStateExactly) {
     auto restored = started();
     ASSERT_TRUE(restored->setState(state));
     EXPECT_EQ(restored->getState(), state) << "a restored instance saves the same state";
+    EXPECT_TRUE(restored->getHandler().edits.empty()) << "a restore is no edit for the host to record";
     // The controller learns the values from the state; they went through a float on the way.
     EXPECT_EQ(restored->getController()->getParamNormalized(used), 1.0);
     EXPECT_NEAR(restored->getController()->getParamNormalized(gain), 0.6123456789, 1e-6);

@@ -203,7 +203,24 @@ tresult PLUGIN_API Vst3PluginController::notify(IMessage* message) {
 
 // --- State
 
+namespace {
+
+// Sets a flag for the life of a scope.
+class ScopedFlag {
+public:
+    explicit ScopedFlag(bool& flag) : flag(flag) { flag = true; }
+    ~ScopedFlag() { flag = false; }
+    ScopedFlag(const ScopedFlag&) = delete;
+    ScopedFlag& operator=(const ScopedFlag&) = delete;
+
+private:
+    bool& flag;
+};
+
+} // namespace
+
 tresult PLUGIN_API Vst3PluginController::setComponentState(IBStream* state) {
+    const ScopedFlag restoringState(restoring);
     const std::optional<ProcessorState> restored = processor_state::read(processor_state::readStream(state));
     if (!restored)
         return kResultFalse;
@@ -244,6 +261,7 @@ tresult PLUGIN_API Vst3PluginController::getState(IBStream* state) {
 }
 
 tresult PLUGIN_API Vst3PluginController::setState(IBStream* state) {
+    const ScopedFlag restoringState(restoring);
     const std::vector<uint8_t> bytes = processor_state::readStream(state);
     BinaryMemoryReader reader(bytes);
     if (!reader.readChunkHeader(kModelChunk) || reader.chunkSize() > bytes.size())
@@ -440,7 +458,7 @@ double PLUGIN_API Vst3PluginController::getGainReductionValueInDb() {
 
 void Vst3PluginController::setAndPerform(ParamID id, double normalized) {
     EditController::setParamNormalized(id, normalized);
-    if (componentHandler != nullptr)
+    if (componentHandler != nullptr && !restoring)
         performEdit(id, normalized);
 }
 
@@ -494,6 +512,8 @@ void Vst3PluginController::parametersUpdated(int32_t index) {
         else
             setAndPerform(HostParameterMap::idOf(i), normalized);
     }
+    if (restoring)
+        return;
     if (oneRestart && componentHandler != nullptr)
         componentHandler->restartComponent(kParamValuesChanged);
     if (index == GenericPlugin::kPresetLoaded)
@@ -505,6 +525,8 @@ void Vst3PluginController::parametersUpdated(int32_t index) {
 void Vst3PluginController::presetNameChanged(bool modifiedOnly) {
     if (!modifiedOnly)
         sendPresetName();
+    if (restoring)
+        return;
     FUnknownPtr<IComponentHandler2> handler(componentHandler);
     if (handler)
         handler->setDirty(true);

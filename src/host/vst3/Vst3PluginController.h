@@ -169,6 +169,8 @@ private:
     TrackSource trackSource = TrackSource::None;
     float editorScale = 0.0f;
     bool controllerStateRestored = false;
+    // While the host restores a state it already knows every value: nothing is sent back.
+    bool restoring = false;
     int32_t processorSampleRate = 0;
     int32_t processorLayout = 1;
 };
