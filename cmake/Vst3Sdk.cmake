@@ -26,9 +26,7 @@ set(vst3_sources
     public.sdk/source/vst/vsteditcontroller.cpp
     public.sdk/source/vst/vstinitiids.cpp
     public.sdk/source/vst/vstparameters.cpp
-    public.sdk/source/vst/vstpresetfile.cpp
-    public.sdk/source/vst/hosting/hostclasses.cpp
-    public.sdk/source/vst/hosting/pluginterfacesupport.cpp)
+    public.sdk/source/vst/vstpresetfile.cpp)
 list(TRANSFORM vst3_sources PREPEND ${VST3_SDK_ROOT}/)
 
 add_library(vst3sdk STATIC ${vst3_sources} ${PROJECT_SOURCE_DIR}/src/host/vst3sdk/MissingInterfaceIds.cpp)

@@ -122,6 +122,133 @@ tresult PLUGIN_API ComponentHandler::setDirty(TBool state) {
     return kResultOk;
 }
 
+tresult PLUGIN_API AttributeList::queryInterface(const TUID iid, void** object) {
+    if (FUnknownPrivate::iidEqual(iid, IAttributeList::iid) ||
+        FUnknownPrivate::iidEqual(iid, FUnknown::iid)) {
+        addRef();
+        *object = static_cast<IAttributeList*>(this);
+        return kResultOk;
+    }
+    *object = nullptr;
+    return kNoInterface;
+}
+
+uint32 PLUGIN_API AttributeList::release() {
+    const uint32 left = --references;
+    if (left == 0)
+        delete this;
+    return left;
+}
+
+template <class T>
+const T* AttributeList::find(AttrID id) const {
+    const auto found = id != nullptr ? values.find(id) : values.end();
+    return found != values.end() ? std::get_if<T>(&found->second) : nullptr;
+}
+
+tresult PLUGIN_API AttributeList::setInt(AttrID id, int64 value) {
+    if (id == nullptr)
+        return kInvalidArgument;
+    values[id] = value;
+    return kResultOk;
+}
+
+tresult PLUGIN_API AttributeList::getInt(AttrID id, int64& value) {
+    const int64* found = find<int64>(id);
+    if (found == nullptr)
+        return kResultFalse;
+    value = *found;
+    return kResultOk;
+}
+
+tresult PLUGIN_API AttributeList::setFloat(AttrID id, double value) {
+    if (id == nullptr)
+        return kInvalidArgument;
+    values[id] = value;
+    return kResultOk;
+}
+
+tresult PLUGIN_API AttributeList::getFloat(AttrID id, double& value) {
+    const double* found = find<double>(id);
+    if (found == nullptr)
+        return kResultFalse;
+    value = *found;
+    return kResultOk;
+}
+
+tresult PLUGIN_API AttributeList::setString(AttrID id, const TChar* string) {
+    if (id == nullptr || string == nullptr)
+        return kInvalidArgument;
+    values[id] = std::u16string(reinterpret_cast<const char16_t*>(string));
+    return kResultOk;
+}
+
+tresult PLUGIN_API AttributeList::getString(AttrID id, TChar* string, uint32 bytes) {
+    const std::u16string* found = find<std::u16string>(id);
+    if (found == nullptr || string == nullptr || bytes < sizeof(TChar))
+        return kResultFalse;
+    const size_t count = std::min<size_t>(found->size(), bytes / sizeof(TChar) - 1);
+    std::copy_n(found->begin(), count, reinterpret_cast<char16_t*>(string));
+    string[count] = 0;
+    return kResultOk;
+}
+
+tresult PLUGIN_API AttributeList::setBinary(AttrID id, const void* data, uint32 bytes) {
+    if (id == nullptr || (data == nullptr && bytes > 0))
+        return kInvalidArgument;
+    const auto* begin = static_cast<const uint8_t*>(data);
+    values[id] = std::vector<uint8_t>(begin, begin + bytes);
+    return kResultOk;
+}
+
+tresult PLUGIN_API AttributeList::getBinary(AttrID id, const void*& data, uint32& bytes) {
+    const std::vector<uint8_t>* found = find<std::vector<uint8_t>>(id);
+    if (found == nullptr)
+        return kResultFalse;
+    data = found->data();
+    bytes = static_cast<uint32>(found->size());
+    return kResultOk;
+}
+
+Message::Message() : attributes(new AttributeList()) {}
+
+Message::~Message() {
+    attributes->release();
+}
+
+tresult PLUGIN_API Message::queryInterface(const TUID iid, void** object) {
+    if (FUnknownPrivate::iidEqual(iid, IMessage::iid) || FUnknownPrivate::iidEqual(iid, FUnknown::iid)) {
+        addRef();
+        *object = static_cast<IMessage*>(this);
+        return kResultOk;
+    }
+    *object = nullptr;
+    return kNoInterface;
+}
+
+uint32 PLUGIN_API Message::release() {
+    const uint32 left = --references;
+    if (left == 0)
+        delete this;
+    return left;
+}
+
+tresult PLUGIN_API HostApplication::createInstance(TUID cid, TUID iid, void** object) {
+    if (object == nullptr)
+        return kInvalidArgument;
+    const auto is = [](const TUID a, const TUID b) { return FUnknownPrivate::iidEqual(a, b); };
+    if (is(cid, IMessage::iid) && is(iid, IMessage::iid)) {
+        *object = static_cast<IMessage*>(new Message());
+        return kResultOk;
+    }
+    if (is(cid, IAttributeList::iid) && is(iid, IAttributeList::iid)) {
+        *object = static_cast<IAttributeList*>(new AttributeList());
+        return kResultOk;
+    }
+    *object = nullptr;
+    return kResultFalse;
+}
+
 tresult PLUGIN_API HostApplication::getName(String128 out) {
     size_t i = 0;
     for (; i < name.size() && i < 127; ++i)

@@ -3,12 +3,16 @@
 #include "pluginterfaces/vst/ivstcomponent.h"
 #include "pluginterfaces/vst/ivsteditcontroller.h"
 #include "pluginterfaces/vst/ivstevents.h"
+#include "pluginterfaces/vst/ivsthostapplication.h"
+#include "pluginterfaces/vst/ivstmessage.h"
 #include "pluginterfaces/vst/ivstparameterchanges.h"
-#include "public.sdk/source/vst/hosting/hostclasses.h"
 
+#include <atomic>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 // The host's side of the VST3 conversation, as our command-line host and the integration tests
@@ -120,11 +124,59 @@ public:
     bool dirty = false;
 };
 
+// Attributes of a message: integers, floats, strings and byte blocks by name. Reference counted,
+// as the plug-in releases what it asked the host for.
+class AttributeList final : public Steinberg::Vst::IAttributeList {
+public:
+    Steinberg::tresult PLUGIN_API queryInterface(const Steinberg::TUID iid, void** object) override;
+    Steinberg::uint32 PLUGIN_API addRef() override { return ++references; }
+    Steinberg::uint32 PLUGIN_API release() override;
+
+    Steinberg::tresult PLUGIN_API setInt(AttrID id, Steinberg::int64 value) override;
+    Steinberg::tresult PLUGIN_API getInt(AttrID id, Steinberg::int64& value) override;
+    Steinberg::tresult PLUGIN_API setFloat(AttrID id, double value) override;
+    Steinberg::tresult PLUGIN_API getFloat(AttrID id, double& value) override;
+    Steinberg::tresult PLUGIN_API setString(AttrID id, const Steinberg::Vst::TChar* string) override;
+    Steinberg::tresult PLUGIN_API getString(AttrID id, Steinberg::Vst::TChar* string,
+                                            Steinberg::uint32 bytes) override;
+    Steinberg::tresult PLUGIN_API setBinary(AttrID id, const void* data, Steinberg::uint32 bytes) override;
+    Steinberg::tresult PLUGIN_API getBinary(AttrID id, const void*& data, Steinberg::uint32& bytes) override;
+
+private:
+    using Value = std::variant<Steinberg::int64, double, std::u16string, std::vector<uint8_t>>;
+    template <class T>
+    const T* find(AttrID id) const;
+
+    std::map<std::string, Value> values;
+    std::atomic<Steinberg::uint32> references{1};
+};
+
+class Message final : public Steinberg::Vst::IMessage {
+public:
+    Message();
+    Steinberg::tresult PLUGIN_API queryInterface(const Steinberg::TUID iid, void** object) override;
+    Steinberg::uint32 PLUGIN_API addRef() override { return ++references; }
+    Steinberg::uint32 PLUGIN_API release() override;
+
+    Steinberg::FIDString PLUGIN_API getMessageID() override { return id.c_str(); }
+    void PLUGIN_API setMessageID(Steinberg::FIDString newId) override { id = newId != nullptr ? newId : ""; }
+    Steinberg::Vst::IAttributeList* PLUGIN_API getAttributes() override { return attributes; }
+
+private:
+    ~Message();
+
+    std::string id;
+    AttributeList* attributes;
+    std::atomic<Steinberg::uint32> references{1};
+};
+
 // The host application the plug-in sees: our name, and messages and attribute lists on request.
-class HostApplication : public Steinberg::Vst::HostApplication {
+class HostApplication : public Unowned<Steinberg::Vst::IHostApplication> {
 public:
     explicit HostApplication(std::string name) : name(std::move(name)) {}
     Steinberg::tresult PLUGIN_API getName(Steinberg::Vst::String128 out) override;
+    Steinberg::tresult PLUGIN_API createInstance(Steinberg::TUID cid, Steinberg::TUID iid,
+                                                 void** object) override;
 
 private:
     std::string name;
