@@ -42,11 +42,14 @@ BandCompander::BandCompander(wave::Environment* environment)
     updateTimeConstants();
 }
 
+double BandCompander::releaseCurve(double fraction) {
+    return std::copysign(interpolateBreakpoints(std::fabs(fraction), kReleaseValues, kReleaseCurve, kReleasePoints),
+                         fraction);
+}
+
 BandCompander::TimeConstants BandCompander::timeConstantsFor(float attack, float release, float lowEdge,
                                                              float highEdge) {
-    const double r = release * 0.01;
-    const double xr =
-        std::copysign(interpolateBreakpoints(std::fabs(r), kReleaseValues, kReleaseCurve, kReleasePoints), r);
+    const double xr = releaseCurve(release * 0.01);
     const double w = lowEdge < 4.5f ? 1.0 : 1.0 - 0.1 * std::min(lowEdge - 4.5, 10.0);
     const double ya = std::pow(attack * (1.0 + 0.6 * w * w) * 0.01, 4.0);
     const double y2 = ya * 0.59975004 + 0.00025;

@@ -51,6 +51,8 @@ public:
     // Lets the auto mode's envelope settle quickly after the detection signal changed.
     void restartNormalizer() { normalizer.restart(); }
 
+    // The release knob's curve: a fraction 0..1 to its position on the time scale (sign kept).
+    static double releaseCurve(double fraction);
     // Stage times for an attack value 0..50, a release value 0..70 and detector edges in log2 Hz.
     static TimeConstants timeConstantsFor(float attack, float release, float lowEdge, float highEdge);
 
