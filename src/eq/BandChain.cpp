@@ -18,7 +18,16 @@ bool OndrelProcessor::OndrelChannel::BandChain::addBand(DiscreteFrequencyRespons
                correction.addDenominatorSource(*biquad);
     if (numMagnitudes >= static_cast<int32_t>(magnitudes.size()))
         return false;
-    magnitudes[static_cast<size_t>(numMagnitudes++)] = &analog;
+    magnitudes[static_cast<size_t>(numMagnitudes++)] = {&analog, nullptr, nullptr};
+    return true;
+}
+
+bool OndrelProcessor::OndrelChannel::BandChain::addSpectralBand(
+    DiscreteFrequencyResponseSource& staticResponse, DiscreteFrequencyResponseSource& fullResponse,
+    const SpectralAnalyzer& analyzer) {
+    if (kind == Kind::NaturalPhase || numMagnitudes >= static_cast<int32_t>(magnitudes.size()))
+        return false;
+    magnitudes[static_cast<size_t>(numMagnitudes++)] = {&staticResponse, &fullResponse, &analyzer};
     return true;
 }
 
@@ -38,9 +47,19 @@ void OndrelProcessor::OndrelChannel::BandChain::responses(int32_t first, int32_t
     product.assign(size, 1.0);
     scratch.resize(size);
     for (int32_t b = 0; b < numMagnitudes; ++b) {
-        magnitudes[static_cast<size_t>(b)]->squaredMagnitudes(first, count, scratch.data());
+        const Entry& entry = magnitudes[static_cast<size_t>(b)];
+        entry.response->squaredMagnitudes(first, count, scratch.data());
+        if (entry.analyzer == nullptr) {
+            for (size_t i = 0; i < size; ++i)
+                product[i] *= scratch[i];
+            continue;
+        }
+        fullScratch.resize(size);
+        entry.fullResponse->squaredMagnitudes(first, count, fullScratch.data());
+        bandPower.assign(scratch.begin(), scratch.end());
+        entry.analyzer->applyToMagnitudes(first, bandPower.data(), fullScratch.data(), count);
         for (size_t i = 0; i < size; ++i)
-            product[i] *= scratch[i];
+            product[i] *= bandPower[i];
     }
     for (size_t i = 0; i < size; ++i)
         out[i] = {static_cast<float>(std::sqrt(product[i])), 0.0f};

@@ -2,6 +2,7 @@
 
 #include "eq/NaturalPhaseFrequencyResponseSource.h"
 #include "eq/OndrelChannel.h"
+#include "eq/SpectralAnalyzer.h"
 
 #include <array>
 #include <vector>
@@ -24,16 +25,28 @@ public:
     // Magnitude kind: the band's analog magnitude source (biquad unused). Natural kind: its analog
     // response and its biquad response. False when the chain is full.
     bool addBand(DiscreteFrequencyResponseSource& analog, DiscreteFrequencyResponseSource* biquad);
+    // Magnitude kind: a spectral band, whose power the analyzer moves per bin between its static
+    // and its full-range response.
+    bool addSpectralBand(DiscreteFrequencyResponseSource& staticResponse,
+                         DiscreteFrequencyResponseSource& fullResponse, const SpectralAnalyzer& analyzer);
 
     std::complex<float> responseAt(int32_t index) override;
     void responses(int32_t first, int32_t count, std::complex<float>* out) override;
 
 private:
     Kind kind;
-    std::array<DiscreteFrequencyResponseSource*, kNumBands> magnitudes{};
+    struct Entry {
+        DiscreteFrequencyResponseSource* response = nullptr;
+        DiscreteFrequencyResponseSource* fullResponse = nullptr;
+        const SpectralAnalyzer* analyzer = nullptr;
+    };
+
+    std::array<Entry, kNumBands> magnitudes{};
     int32_t numMagnitudes = 0;
     NaturalPhaseFrequencyResponseSource correction;
     // Double: 24 bands of 30 dB would overflow a float's range.
     std::vector<double> product;
     std::vector<float> scratch;
+    std::vector<float> fullScratch;
+    std::vector<double> bandPower;
 };

@@ -43,8 +43,8 @@ BandCompander::BandCompander(wave::Environment* environment)
 }
 
 double BandCompander::releaseCurve(double fraction) {
-    return std::copysign(interpolateBreakpoints(std::fabs(fraction), kReleaseValues, kReleaseCurve, kReleasePoints),
-                         fraction);
+    return std::copysign(
+        interpolateBreakpoints(std::fabs(fraction), kReleaseValues, kReleaseCurve, kReleasePoints), fraction);
 }
 
 BandCompander::TimeConstants BandCompander::timeConstantsFor(float attack, float release, float lowEdge,

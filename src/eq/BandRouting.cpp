@@ -50,6 +50,24 @@ EQBandSettings BandSettings::design(float gainDb) const {
     return {shape, engineSlope(), gainDb, userQ(), std::exp2(static_cast<double>(frequency))};
 }
 
+DetectorBand detectorBandFor(const BandSettings& band) {
+    constexpr double kHighShelfDetectorLimit = 10000.0;
+    const double frequency = std::exp2(static_cast<double>(band.frequency));
+    DetectorBand detector;
+    if (band.shape == FilterShape::HighShelf || band.shape == FilterShape::HighShelfVariant) {
+        detector.low = std::min(frequency, kHighShelfDetectorLimit);
+        detector.shape = FilterShape::LowCut;
+    } else if (band.shape == FilterShape::LowShelf || band.shape == FilterShape::LowShelfVariant) {
+        detector.high = frequency;
+        detector.shape = FilterShape::HighCut;
+    } else {
+        const BandEdges edges = bandEdges(band.shape, frequency, band.userQ(), band.engineSlope());
+        detector.low = edges.lower;
+        detector.high = edges.upper;
+    }
+    return detector;
+}
+
 bool isBandActive(const BandSettings& band) {
     return band.used && (band.enabled || band.solo || (!band.dynamicsAuto && band.sideChainAudition));
 }
@@ -79,6 +97,10 @@ bool isDynamicBand(const BandSettings& band) {
 bool isSpectralBand(const BandSettings& band, ProcessingResolution resolution) {
     return band.used && hasGain(band.shape) && band.hasDynamicRange() && band.spectralEnabled &&
            spectralAvailable(resolution);
+}
+
+bool isAnalysedSpectralBand(const BandSettings& band, ProcessingResolution resolution) {
+    return isSpectralBand(band, resolution) && isDynamicBand(band);
 }
 
 bool dynamicsAvailable(ProcessingMode mode, ProcessingResolution resolution) {

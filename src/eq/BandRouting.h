@@ -85,6 +85,15 @@ inline constexpr int32_t kLinearFirstPartition = 1024;
 inline constexpr int32_t kNaturalKernelTaps = 512;
 inline constexpr int32_t kNaturalFirstPartition = 64;
 
+// What a band's detection listens to, in Hz: below a low shelf's corner, above a high shelf's
+// (at most from 10 kHz), the band's edges otherwise; with the filter shape that selects it.
+struct DetectorBand {
+    double low = 20.0;
+    double high = 30000.0;
+    FilterShape shape = FilterShape::BandPass;
+};
+DetectorBand detectorBandFor(const BandSettings& band);
+
 // " Used", and " Enabled" or solo or a manual band whose side chain is being auditioned.
 bool isBandActive(const BandSettings& band);
 // Active, in the channel's speaker set, and by placement: unpaired channels take Stereo bands only;
@@ -92,6 +101,8 @@ bool isBandActive(const BandSettings& band);
 bool bandAppliesToChannel(const BandSettings& band, uint32_t channelFlags);
 bool isDynamicBand(const BandSettings& band);
 bool isSpectralBand(const BandSettings& band, ProcessingResolution resolution);
+// A spectral band whose dynamics run: its shaping follows the spectral analysis.
+bool isAnalysedSpectralBand(const BandSettings& band, ProcessingResolution resolution);
 // Linear Phase at Very High or Maximum resolution runs without dynamics.
 bool dynamicsAvailable(ProcessingMode mode, ProcessingResolution resolution);
 bool spectralAvailable(ProcessingResolution resolution);

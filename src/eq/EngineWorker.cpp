@@ -23,6 +23,12 @@ void EngineWorker::setBanks(const std::array<KernelBuilder::Bank, KernelBuilder:
     kernelBuilder.setBanks(banks, numChannels);
 }
 
+void EngineWorker::setSpectralInputs(std::vector<wave::SampleRing*> mainInputs,
+                                     std::vector<wave::SampleRing*> sideChains) {
+    const std::lock_guard<std::mutex> lock(work);
+    spectralEngine.setInputs(std::move(mainInputs), std::move(sideChains));
+}
+
 void EngineWorker::followNow(const EngineSnapshot& snapshot) {
     publish(snapshot);
     const std::lock_guard<std::mutex> lock(work);
@@ -40,9 +46,10 @@ void EngineWorker::run() {
         bool fresh = false;
         while (snapshots.take())
             fresh = true;
-        if ((fresh || retry) && !stopping.load())
+        if ((fresh || retry || spectralEngine.isActive()) && !stopping.load())
             retry = handle(snapshots.readSlot());
-        followGains = snapshots.readSlot().followsGains;
+        // Moving gains and arriving audio to analyse are picked up on the short round.
+        followGains = snapshots.readSlot().followsGains || spectralEngine.isActive();
     }
 }
 
@@ -55,7 +62,8 @@ bool EngineWorker::handle(const EngineSnapshot& snapshot) {
             static_cast<float>(estimator.loudnessChangeDb(snapshot.bands, snapshot.gainScale, flags)),
             std::memory_order_relaxed);
     }
-    const bool retry = kernelBuilder.follow(snapshot);
+    spectralEngine.follow(snapshot);
+    const bool retry = kernelBuilder.follow(snapshot, &spectralEngine);
     workPending.store(retry, std::memory_order_release);
     handledSerial.store(snapshot.settingsSerial, std::memory_order_release);
     return retry;

@@ -3,6 +3,7 @@
 #include "eq/AutoGain.h"
 #include "eq/EngineSnapshot.h"
 #include "eq/KernelBuilder.h"
+#include "eq/SpectralEngine.h"
 #include "wave/TripleBuffer.h"
 
 #include <atomic>
@@ -34,6 +35,11 @@ public:
     void followNow(const EngineSnapshot& snapshot);
     // The audio thread's side of the kernel hand-over.
     KernelBuilder& getKernelBuilder() { return kernelBuilder; }
+    // Off the audio thread, while nothing is processed: where the spectral analysis reads the input.
+    void setSpectralInputs(std::vector<wave::SampleRing*> mainInputs,
+                           std::vector<wave::SampleRing*> sideChains);
+    // The polling thread's side of the spectral records.
+    SpectralEngine& getSpectralEngine() { return spectralEngine; }
 
     // Auto Gain's estimate for the last snapshot handled.
     float getLoudnessChangeDb() const { return loudnessChange.load(std::memory_order_relaxed); }
@@ -55,6 +61,7 @@ private:
     std::atomic<bool> workPending{false};
     AutoGainEstimator estimator;
     KernelBuilder kernelBuilder;
+    SpectralEngine spectralEngine;
     // Held while the worker's state is worked on: by the worker, or by a setup call.
     std::mutex work;
     uint64_t lastSerial = ~uint64_t{0};

@@ -1,6 +1,7 @@
 #include "eq/KernelBuilder.h"
 
 #include "eq/Convolver.h"
+#include "eq/SpectralEngine.h"
 
 #include <algorithm>
 #include <cmath>
@@ -62,7 +63,7 @@ void KernelBuilder::releaseActiveBank() {
     }
 }
 
-bool KernelBuilder::follow(const EngineSnapshot& snapshot) {
+bool KernelBuilder::follow(const EngineSnapshot& snapshot, const SpectralEngine* spectralEngine) {
     const int32_t target = targetBankFor(snapshot);
     const int32_t current = state.load(std::memory_order_acquire);
     for (int32_t bank = 0; bank < kBanks; ++bank) {
@@ -80,7 +81,7 @@ bool KernelBuilder::follow(const EngineSnapshot& snapshot) {
             const auto type = static_cast<StageType>(t);
             if (config.tapsFor(type) == 0)
                 continue;
-            collectBands(snapshot, channel, type, wanted);
+            collectBands(snapshot, spectralEngine, channel, type, wanted);
             StageRecord& record =
                 records[static_cast<size_t>(target)][static_cast<size_t>(channel)][static_cast<size_t>(t)];
             if (record.valid && isCloseEnough(record, wanted, snapshot.position, config.tapsFor(type) / 4)) {
@@ -157,8 +158,8 @@ void KernelBuilder::releaseBank(int32_t bank) {
     prepareBank(bank, {});
 }
 
-void KernelBuilder::collectBands(const EngineSnapshot& snapshot, int32_t channel, StageType type,
-                                 std::vector<KernelBand>& out) const {
+void KernelBuilder::collectBands(const EngineSnapshot& snapshot, const SpectralEngine* spectralEngine,
+                                 int32_t channel, StageType type, std::vector<KernelBand>& out) const {
     out.clear();
     const uint32_t flags = snapshot.channelFlags[static_cast<size_t>(channel)];
     const bool dynamics = dynamicsAvailable(snapshot.mode, snapshot.resolution);
@@ -167,10 +168,23 @@ void KernelBuilder::collectBands(const EngineSnapshot& snapshot, int32_t channel
         if (!band.used || snapshot.stages.stageOfBand[static_cast<size_t>(b)] != type ||
             !bandAppliesToChannel(band, flags))
             continue;
+        const SpectralAnalyzer* analyzer =
+            spectralEngine != nullptr ? spectralEngine->analyzerFor(b) : nullptr;
+        if (analyzer != nullptr) {
+            // The analyzer moves a spectral band between its static and its full-range response.
+            out.push_back({b, band.design(band.gain * snapshot.gainScale), band.gain, analyzer,
+                           band.design((band.gain + band.dynamicRange) * snapshot.gainScale),
+                           spectralEngine->versionOf(b)});
+            continue;
+        }
         const float change = dynamics && isDynamicBand(band)
                                  ? snapshot.gainChanges[static_cast<size_t>(channel)][static_cast<size_t>(b)]
                                  : 0.0f;
-        out.push_back({b, band.design((band.gain + change) * snapshot.gainScale), band.gain});
+        KernelBand kernelBand;
+        kernelBand.index = b;
+        kernelBand.settings = band.design((band.gain + change) * snapshot.gainScale);
+        kernelBand.staticGain = band.gain;
+        out.push_back(kernelBand);
     }
 }
 
@@ -182,8 +196,10 @@ bool KernelBuilder::isCloseEnough(const StageRecord& record, const std::vector<K
     for (size_t i = 0; i < bands.size(); ++i) {
         const KernelBand& built = record.bands[i];
         const KernelBand& now = bands[i];
-        // Anything but a dynamic band's momentary gain counts at once.
-        if (built.index != now.index || built.staticGain != now.staticGain)
+        // Anything but a dynamic band's momentary gain counts at once, a spectral band's moves too.
+        if (built.index != now.index || built.staticGain != now.staticGain ||
+            built.spectral != now.spectral || built.spectralVersion != now.spectralVersion ||
+            !(built.fullSettings == now.fullSettings))
             return false;
         EQBandSettings sameGain = built.settings;
         sameGain.gain = now.settings.gain;

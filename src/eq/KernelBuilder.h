@@ -10,6 +10,7 @@
 #include <vector>
 
 class Convolver;
+class SpectralEngine;
 
 // Keeps the processor's convolvers supplied with kernels. There are two banks of convolvers, so
 // that a change of processing mode, resolution or rate can be prepared on the side: the builder
@@ -41,7 +42,8 @@ public:
 
     // Worker: brings the banks in line with the snapshot. Returns true when work is left that must
     // be retried later (a kernel slot was busy or a gain change was held back).
-    bool follow(const EngineSnapshot& snapshot);
+    // Spectral bands take their shaping from the spectral engine, when there is one.
+    bool follow(const EngineSnapshot& snapshot, const SpectralEngine* spectralEngine = nullptr);
 
     // Audio thread: whether a bank that fits is on offer.
     bool hasOffer(const KernelConfig& needed) const;
@@ -65,8 +67,8 @@ private:
     int32_t targetBankFor(const EngineSnapshot& snapshot);
     void prepareBank(int32_t bank, const KernelConfig& config);
     void releaseBank(int32_t bank);
-    void collectBands(const EngineSnapshot& snapshot, int32_t channel, StageType type,
-                      std::vector<KernelBand>& out) const;
+    void collectBands(const EngineSnapshot& snapshot, const SpectralEngine* spectralEngine, int32_t channel,
+                      StageType type, std::vector<KernelBand>& out) const;
     // Whether the kernel built from `built` may stay for `wanted` (held back when only gains moved
     // a little, or moved recently).
     bool isCloseEnough(const StageRecord& record, const std::vector<KernelBand>& wanted, int64_t position,

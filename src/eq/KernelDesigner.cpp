@@ -13,6 +13,7 @@ struct KernelDesigner::BandResponses {
     BandResponses(Kind kind, DiscreteFrequencyResponseSource::Mapping& mapping, double sampleRate) {
         if (kind == Kind::LinearPhase) {
             analog = std::make_unique<EQMagnitudeResponse>(analogDesign, mapping);
+            full = std::make_unique<EQMagnitudeResponse>(fullDesign, mapping);
             return;
         }
         analog = std::make_unique<EQAnalogResponse>(analogDesign, mapping);
@@ -21,9 +22,13 @@ struct KernelDesigner::BandResponses {
 
     AnalogFilterPrototype analogDesign;
     AnalogFilterPrototype digitalDesign;
+    // A spectral band's full-range design.
+    AnalogFilterPrototype fullDesign;
     std::unique_ptr<DiscreteFrequencyResponseSource> analog;
     std::unique_ptr<DiscreteFrequencyResponseSource> biquad;
+    std::unique_ptr<DiscreteFrequencyResponseSource> full;
     std::optional<EQBandSettings> designed;
+    std::optional<EQBandSettings> fullDesigned;
 };
 
 KernelDesigner::KernelDesigner(Kind kind, int32_t kernelLength, double sampleRate)
@@ -57,6 +62,16 @@ KernelDesigner::BandResponses& KernelDesigner::prepare(const KernelBand& band) {
     return r;
 }
 
+KernelDesigner::BandResponses& KernelDesigner::prepareFull(const KernelBand& band) {
+    BandResponses& r = *responses[static_cast<size_t>(std::clamp(band.index, 0, kNumBands - 1))];
+    if (r.fullDesigned != band.fullSettings) {
+        r.fullDesigned = band.fullSettings;
+        designBand(r.fullDesign, band.fullSettings);
+        r.full->invalidate();
+    }
+    return r;
+}
+
 bool KernelDesigner::build(std::span<const KernelBand> bands, Convolver::Kernel& kernel) {
     if (lastValid && std::equal(bands.begin(), bands.end(), lastBands.begin(), lastBands.end()))
         return kernel.setImpulseResponse(builder.getImpulseResponse(), builder.getLength());
@@ -64,7 +79,10 @@ bool KernelDesigner::build(std::span<const KernelBand> bands, Convolver::Kernel&
     chain.clear();
     for (const KernelBand& band : bands) {
         BandResponses& r = prepare(band);
-        chain.addBand(*r.analog, r.biquad.get());
+        if (band.spectral != nullptr && r.full != nullptr)
+            chain.addSpectralBand(*r.analog, *prepareFull(band).full, *band.spectral);
+        else
+            chain.addBand(*r.analog, r.biquad.get());
     }
     lastValid = builder.build(chain, kernel);
     return lastValid;

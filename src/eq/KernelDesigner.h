@@ -5,6 +5,7 @@
 #include "eq/Convolver.h"
 #include "eq/EQBandDesign.h"
 #include "eq/FrequencyResponseKernel.h"
+#include "eq/SpectralAnalyzer.h"
 
 #include <array>
 #include <memory>
@@ -18,6 +19,11 @@ struct KernelBand {
     int32_t index = 0;
     EQBandSettings settings;
     float staticGain = 0.0f;
+    // A spectral band: its full-range design and the analyzer that moves each bin between the two,
+    // with the analyzer's count of moves (a new count means a new kernel).
+    const SpectralAnalyzer* spectral = nullptr;
+    EQBandSettings fullSettings;
+    uint64_t spectralVersion = 0;
 
     bool operator==(const KernelBand&) const = default;
 };
@@ -48,6 +54,7 @@ private:
     struct BandResponses;
 
     BandResponses& prepare(const KernelBand& band);
+    BandResponses& prepareFull(const KernelBand& band);
 
     Kind kind;
     double sampleRate;

@@ -8,6 +8,7 @@
 #include "eq/MonitorMix.h"
 #include "eq/OndrelProcessor.h"
 #include "wave/LevelMeter.h"
+#include "wave/SampleRing.h"
 
 #include <array>
 #include <memory>
@@ -53,6 +54,9 @@ public:
     wave::LevelMeter& getInputMeter() { return inputMeter; }
     wave::LevelMeter& getOutputMeter() { return outputMeter; }
     wave::LevelMeter& getSideChainMeter() { return sideChainMeter; }
+    // The input and side chain on their way to the spectral analysis on the engine worker.
+    wave::SampleRing& getSpectralInput() { return spectralInput; }
+    wave::SampleRing& getSpectralSideChain() { return spectralSideChain; }
 
     // Audio thread: the band's filters act on this channel or fade out.
     void setBandApplies(int32_t band, bool applies);
@@ -74,4 +78,6 @@ private:
     wave::LevelMeter inputMeter;
     wave::LevelMeter outputMeter;
     wave::LevelMeter sideChainMeter;
+    wave::SampleRing spectralInput;
+    wave::SampleRing spectralSideChain;
 };

@@ -21,14 +21,6 @@ constexpr float kAutoThresholdRelease = 35.0f;
 // The detector's band: " Side Chain Filtering" Free makes it three times steeper than the band's.
 constexpr float kBandDetectorSlope = 1.0f; // 12 dB/oct
 constexpr float kFreeDetectorSlope = 5.0f; // 36 dB/oct
-constexpr double kHighShelfDetectorLimit = 10000.0;
-
-bool isHighShelf(FilterShape shape) {
-    return shape == FilterShape::HighShelf || shape == FilterShape::HighShelfVariant;
-}
-bool isLowShelf(FilterShape shape) {
-    return shape == FilterShape::LowShelf || shape == FilterShape::LowShelfVariant;
-}
 
 // The filter that lets a soloed band's region through: the part of the spectrum a boost or cut
 // affects, or what a cut removes. Tilts and All Pass affect everything (no filter at all).
@@ -194,6 +186,21 @@ void OndrelProcessor::sampleRateChanged() {
                     &getOndrelChannel(c).getConvolver(bank, static_cast<StageType>(t));
     worker->setBanks(banks, getNumChannels());
     activeBank = -1;
+
+    // Room for a few frames of the longest kernel the spectral bands run with, and a few blocks.
+    const int32_t spectralCapacity =
+        4 * (linearKernelTaps(ProcessingResolution::High, getSampleRate()) + getMaxBlockSize());
+    worker->setSpectralInputs({}, {});
+    std::vector<wave::SampleRing*> spectralInputs;
+    std::vector<wave::SampleRing*> spectralSideChains;
+    for (int32_t c = 0; c < std::min(getNumChannels(), EngineSnapshot::kMaxChannels); ++c) {
+        OndrelChannel& channel = getOndrelChannel(c);
+        channel.getSpectralInput().resize(spectralCapacity);
+        channel.getSpectralSideChain().resize(spectralCapacity);
+        spectralInputs.push_back(&channel.getSpectralInput());
+        spectralSideChains.push_back(&channel.getSpectralSideChain());
+    }
+    worker->setSpectralInputs(std::move(spectralInputs), std::move(spectralSideChains));
     running.config = {};
     for (int32_t c = 0; c < getNumChannels(); ++c)
         for (int32_t t = 0; t < kNumStageTypes; ++t)
@@ -275,6 +282,12 @@ void OndrelProcessor::applyPendingChanges() {
         if (!anyDynamic)
             gainReduction = 0.0f;
         followGains = anyDynamic && !neededConfig.isEmpty();
+        const ProcessingResolution resolution = processingResolution.getValue();
+        const auto analysed = [&](const BandSettings& band) {
+            return isAnalysedSpectralBand(band, resolution);
+        };
+        analysingSpectrum =
+            neededConfig.linearTaps > 0 && std::any_of(bandSettings.begin(), bandSettings.end(), analysed);
         updateMonitor(newlySoloed, newlyAuditioned);
         publishRealTimeBands();
         ++snapshot.settingsSerial;
@@ -400,21 +413,10 @@ void OndrelProcessor::updateBand(int32_t b) {
 
 void OndrelProcessor::configureDetection(const BandSettings& band, OndrelChannel& channel, int32_t b) {
     OndrelChannel::BandSlot& slot = channel.getSlot(b);
-    const double frequency = std::exp2(static_cast<double>(band.frequency));
-    double low = 20.0;
-    double high = 30000.0;
-    FilterShape shape = FilterShape::BandPass;
-    if (isHighShelf(band.shape)) {
-        low = std::min(frequency, kHighShelfDetectorLimit);
-        shape = FilterShape::LowCut;
-    } else if (isLowShelf(band.shape)) {
-        high = frequency;
-        shape = FilterShape::HighCut;
-    } else {
-        const BandEdges edges = bandEdges(band.shape, frequency, band.userQ(), band.engineSlope());
-        low = edges.lower;
-        high = edges.upper;
-    }
+    const DetectorBand detector = detectorBandFor(band);
+    double low = detector.low;
+    double high = detector.high;
+    FilterShape shape = detector.shape;
     BandCompander& compander = slot.compander;
     compander.detectorLowEdge.setValue(static_cast<float>(std::log2(low)));
     compander.detectorHighEdge.setValue(static_cast<float>(std::log2(high)));
@@ -681,6 +683,8 @@ void OndrelProcessor::processChannels(float* const* buffers, int32_t numChannels
         unmuteCountdown = std::max(unmuteCountdown - numSamples, 0);
     if (anyDynamic)
         collectGainChanges(numSamples);
+    if (analysingSpectrum)
+        feedSpectralAnalysis(numSamples);
     if (snapshotPending || followGains)
         publishSnapshot();
 }
@@ -711,6 +715,16 @@ void OndrelProcessor::collectGainChanges(int32_t numSamples) {
         }
     }
     gainReduction = reduction;
+}
+
+void OndrelProcessor::feedSpectralAnalysis(int32_t numSamples) {
+    for (int32_t c = 0; c < std::min(getNumChannels(), EngineSnapshot::kMaxChannels); ++c) {
+        OndrelChannel& channel = getOndrelChannel(c);
+        channel.getSpectralInput().write(channel.getMainInput().fetch(numSamples)->getData(), numSamples);
+        // Always both, so that the two stay in step when a band starts listening to the side chain.
+        channel.getSpectralSideChain().write(channel.getSideChainInput().fetch(numSamples)->getData(),
+                                             numSamples);
+    }
 }
 
 void OndrelProcessor::publishSnapshot() {
@@ -778,5 +792,6 @@ void OndrelProcessor::writeRealTimeData(BinaryDataWriter& stream) {
     for (int32_t i = 0; i < info.count; ++i) {
         stream.writeUInt32(static_cast<uint32_t>(info.bands[static_cast<size_t>(i)]));
         stream.writeFloat(info.delaysMs[static_cast<size_t>(i)]);
+        worker->getSpectralEngine().writeRecord(info.bands[static_cast<size_t>(i)], stream);
     }
 }

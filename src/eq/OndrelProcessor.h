@@ -125,6 +125,7 @@ private:
     wave::Producer* monitorSource(OndrelChannel& channel);
     void publishSnapshot();
     void fillSnapshot();
+    void feedSpectralAnalysis(int32_t numSamples);
     void publishRealTimeBands();
 
     int32_t layout;
@@ -143,6 +144,8 @@ private:
     // Dynamic bands act in kernels: their gains go to the worker every block.
     bool followGains = false;
     bool anyDynamic = false;
+    // Spectral bands act: the input and side chain go to the analysis.
+    bool analysingSpectrum = false;
     float gainReduction = 0.0f;
     StageSet wired{};
     std::bitset<kNumBands> changedBands;

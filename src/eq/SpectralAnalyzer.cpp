@@ -33,9 +33,11 @@ double approach(double elapsedSamples, double seconds, double sampleRate) {
 
 void SpectralAnalyzer::configure(const Settings& newSettings, double rate) {
     const bool gridChanged = !configured || newSettings.density != settings.density ||
-                             newSettings.lowEdge != settings.lowEdge || newSettings.highEdge != settings.highEdge;
+                             newSettings.lowEdge != settings.lowEdge ||
+                             newSettings.highEdge != settings.highEdge;
     const bool densityOnly = configured && newSettings.density != settings.density &&
-                             newSettings.lowEdge == settings.lowEdge && newSettings.highEdge == settings.highEdge;
+                             newSettings.lowEdge == settings.lowEdge &&
+                             newSettings.highEdge == settings.highEdge;
     const bool timesChanged = gridChanged || newSettings.attack != settings.attack ||
                               newSettings.release != settings.release || rate != sampleRate;
     if (newSettings.range != settings.range || newSettings.tilt != settings.tilt) {
@@ -56,7 +58,8 @@ void SpectralAnalyzer::configure(const Settings& newSettings, double rate) {
     }
 }
 
-void SpectralAnalyzer::setResponses(const AnalogFilterPrototype* newStatic, const AnalogFilterPrototype* newFull) {
+void SpectralAnalyzer::setResponses(const AnalogFilterPrototype* newStatic,
+                                    const AnalogFilterPrototype* newFull) {
     staticDesign = newStatic;
     fullDesign = newFull;
     weightsValid = false;
@@ -92,7 +95,9 @@ void SpectralAnalyzer::regrid() {
     step = static_cast<float>(span / count);
 
     // A bit marks the first bin of each sub-band after the one the lowest bin falls in.
-    const auto indexOf = [this](size_t bin) { return static_cast<int32_t>(std::trunc((binLog2[bin] - start) / step)); };
+    const auto indexOf = [this](size_t bin) {
+        return static_cast<int32_t>(std::trunc((binLog2[bin] - start) / step));
+    };
     int32_t lastIndex = subBandStarts.empty() ? 0 : indexOf(0);
     for (size_t i = 1; i < subBandStarts.size(); ++i) {
         const int32_t index = indexOf(i);
@@ -111,9 +116,10 @@ void SpectralAnalyzer::retime() {
         // Low sub-bands react up to three times slower than high ones.
         const double slowness = 3.0 - 2.0 * p / (kLog2Of10k - kLog2Of100);
         const double a = settings.attack * 0.01;
-        attackSeconds[static_cast<size_t>(k)] = static_cast<float>((a * a * a * 0.99975 + 0.00025) * slowness);
-        releaseSeconds[static_cast<size_t>(k)] =
-            static_cast<float>((BandCompander::releaseCurve(settings.release * 0.01) * 2.95 + 0.05) * slowness);
+        attackSeconds[static_cast<size_t>(k)] =
+            static_cast<float>((a * a * a * 0.99975 + 0.00025) * slowness);
+        releaseSeconds[static_cast<size_t>(k)] = static_cast<float>(
+            (BandCompander::releaseCurve(settings.release * 0.01) * 2.95 + 0.05) * slowness);
     }
 }
 
@@ -180,7 +186,8 @@ void SpectralAnalyzer::update(int64_t elapsedSamples) {
     const double threshold = thresholdLevel();
     double peak = threshold;
     for (int32_t k = 0; k < count; ++k)
-        peak = std::max(peak, static_cast<double>(level[static_cast<size_t>(k)]) * weight[static_cast<size_t>(k)]);
+        peak = std::max(peak,
+                        static_cast<double>(level[static_cast<size_t>(k)]) * weight[static_cast<size_t>(k)]);
     peak = std::max(peak, 0.001);
 
     const auto elapsed = static_cast<double>(elapsedSamples);
@@ -202,7 +209,8 @@ void SpectralAnalyzer::update(int64_t elapsedSamples) {
         const double g = std::max(threshold / x, minimumGain);
         const double target = 1.0 - g;
         const double seconds = target > gainReduction[index] ? attackSeconds[index] : releaseSeconds[index];
-        gainReduction[index] += static_cast<float>((target - gainReduction[index]) * approach(elapsed, seconds, sampleRate));
+        gainReduction[index] +=
+            static_cast<float>((target - gainReduction[index]) * approach(elapsed, seconds, sampleRate));
     }
 
     if (!maskValid)
@@ -218,7 +226,8 @@ void SpectralAnalyzer::applyToMagnitudes(int32_t first, double* staticPower, con
                                          int32_t numBins) const {
     for (int32_t i = 0; i < numBins; ++i) {
         const int32_t bin = first + i;
-        const double reduction = bin >= 0 && bin < static_cast<int32_t>(binGain.size()) ? binGain[static_cast<size_t>(bin)] : 0.0;
+        const double reduction =
+            bin >= 0 && bin < static_cast<int32_t>(binGain.size()) ? binGain[static_cast<size_t>(bin)] : 0.0;
         const double a = staticPower[i];
         const double b = fullPower[i];
         const double g = 1.0 - reduction;

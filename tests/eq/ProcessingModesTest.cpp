@@ -2,7 +2,6 @@
 
 #include "eq/AnalogFilterPrototype.h"
 #include "eq/EQBandDesign.h"
-#include "foundation/BinaryStreams.h"
 #include "plugin/eq/ParameterMappings.h"
 #include "support/AllocationCounter.h"
 #include "support/LockCounter.h"
@@ -211,18 +210,17 @@ TEST(ProcessingModesTest, RealTimeRecordTellsHowFarSpectralReadingsLead) {
     ASSERT_TRUE(h.waitUntilSettled());
     ASSERT_EQ(h.processor().getLatency(), 2 * 5120);
 
-    BinaryMemoryWriter writer;
-    h.processor().writeRealTimeData(writer);
-    BinaryMemoryReader reader(writer.bytes());
-    EXPECT_FLOAT_EQ(reader.readFloat(), 120.0f) << "the frame's part ends with the tempo";
-    ASSERT_EQ(reader.readUInt32(), 2u);
+    const RealTimeReadings readings = readRealTimeData(h.processor(), 8192 / 2 + 1);
+    EXPECT_TRUE(readings.complete);
+    EXPECT_FLOAT_EQ(readings.tempo, 120.0f) << "the frame's part ends with the tempo";
+    ASSERT_EQ(readings.bands.size(), 2u);
     // The mid band's stage follows the left/right stage: its readings lead by one stage less. Both
     // are measured from the kernel's analysis frame: half the kernel back, half a 1024 partition on.
     const float correction = 512.0f - 4096.0f;
-    EXPECT_EQ(reader.readUInt32(), 1u);
-    EXPECT_NEAR(reader.readFloat(), (5120.0f + correction) / kRate * 1000.0f, 0.01f);
-    EXPECT_EQ(reader.readUInt32(), 2u);
-    EXPECT_NEAR(reader.readFloat(), (10240.0f + correction) / kRate * 1000.0f, 0.01f);
+    EXPECT_EQ(readings.bands[0].index, 1);
+    EXPECT_NEAR(readings.bands[0].delayMs, (5120.0f + correction) / kRate * 1000.0f, 0.01f);
+    EXPECT_EQ(readings.bands[1].index, 2);
+    EXPECT_NEAR(readings.bands[1].delayMs, (10240.0f + correction) / kRate * 1000.0f, 0.01f);
 }
 
 TEST(ProcessingModesTest, DynamicBandShapesTheLinearPhaseKernel) {

@@ -2,6 +2,7 @@
 
 #include "eq/BandRouting.h"
 #include "eq/EngineWorker.h"
+#include "foundation/BinaryStreams.h"
 #include "plugin/eq/ParameterMappings.h"
 
 #include <algorithm>
@@ -106,6 +107,31 @@ Signals Harness::impulseResponse(int32_t inputChannel, int32_t length) {
     Signals inputs(static_cast<size_t>(numChannels()), Signal(static_cast<size_t>(length), 0.0f));
     inputs[static_cast<size_t>(inputChannel)][0] = 1.0f;
     return process(inputs);
+}
+
+RealTimeReadings readRealTimeData(OndrelProcessor& processor, uint32_t numBins) {
+    BinaryMemoryWriter writer;
+    processor.writeRealTimeData(writer);
+    BinaryMemoryReader reader(writer.bytes());
+    RealTimeReadings readings;
+    readings.tempo = reader.readFloat();
+    readings.bands.resize(std::min(reader.readUInt32(), static_cast<uint32_t>(kNumBands)));
+    for (RealTimeReadings::Band& band : readings.bands) {
+        band.index = static_cast<int32_t>(reader.readUInt32());
+        band.delayMs = reader.readFloat();
+        reader.readUInt32();
+        reader.readUInt32(); // position
+        for (int i = 0; i < 4; ++i)
+            reader.readFloat();
+        band.subBands = reader.readUInt32();
+        for (uint32_t k = 0; k < band.subBands; ++k)
+            band.largestReduction = std::max(band.largestReduction, reader.readFloat());
+        for (uint32_t word = 0; band.subBands > 0 && word * 32 < numBins; ++word)
+            reader.readUInt32();
+    }
+    uint8_t beyond = 0;
+    readings.complete = reader.good() && !reader.readRaw(&beyond, 1);
+    return readings;
 }
 
 std::complex<double> responseAt(const Signal& impulseResponse, double hz, double rate, int32_t delay) {

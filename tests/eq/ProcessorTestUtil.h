@@ -48,6 +48,24 @@ private:
     uint32_t randomState = 12345;
 };
 
+// The product's part of the processor's real-time data.
+struct RealTimeReadings {
+    // One spectral band: its index, how far its readings lead, its sub-band count and the largest
+    // reduction of any sub-band (0 none, 1 all the way to the range).
+    struct Band {
+        int32_t index = -1;
+        float delayMs = 0.0f;
+        uint32_t subBands = 0;
+        float largestReduction = 0.0f;
+    };
+    float tempo = 0.0f;
+    std::vector<Band> bands;
+    // Every byte was read, none was missing.
+    bool complete = false;
+};
+// numBins: the bins of the spectral analysis frame (the sub-band starts have one bit per bin).
+RealTimeReadings readRealTimeData(OndrelProcessor& processor, uint32_t numBins);
+
 // H(f) of an impulse response, with the first `delay` samples treated as latency.
 std::complex<double> responseAt(const Signal& impulseResponse, double hz, double rate, int32_t delay = 0);
 double responseDb(const Signal& impulseResponse, double hz, double rate, int32_t delay = 0);

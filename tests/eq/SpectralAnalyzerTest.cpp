@@ -1,6 +1,6 @@
+#include "eq/SpectralAnalyzer.h"
 #include "eq/AnalogFilterPrototype.h"
 #include "eq/EQBandDesign.h"
-#include "eq/SpectralAnalyzer.h"
 
 #include <gtest/gtest.h>
 
@@ -101,7 +101,9 @@ TEST(SpectralAnalyzerTest, OnlyTheLoudFrequencyInsideTheBandIsReduced) {
     }
     const std::vector<double> before = staticPower;
     analyzer.applyToMagnitudes(0, staticPower.data(), fullPower.data(), kBins);
-    const auto at = [](const auto& v, double hz) { return static_cast<double>(v[static_cast<size_t>(binOf(hz))]); };
+    const auto at = [](const auto& v, double hz) {
+        return static_cast<double>(v[static_cast<size_t>(binOf(hz))]);
+    };
     EXPECT_LT(at(staticPower, 700.0), at(before, 700.0) * 0.9);
     EXPECT_GE(at(staticPower, 700.0), at(fullPower, 700.0) * (1.0 - 1e-6));
     EXPECT_DOUBLE_EQ(at(staticPower, 1500.0), at(before, 1500.0));
