@@ -99,6 +99,11 @@ bool isSpectralBand(const BandSettings& band, ProcessingResolution resolution) {
            spectralAvailable(resolution);
 }
 
+bool hasActiveDynamics(const BandSettings& band, ProcessingMode mode, ProcessingResolution resolution) {
+    return dynamicsAvailable(mode, resolution) && isDynamicBand(band) &&
+           (!band.spectralEnabled || spectralAvailable(resolution));
+}
+
 bool isAnalysedSpectralBand(const BandSettings& band, ProcessingResolution resolution) {
     return isSpectralBand(band, resolution) && isDynamicBand(band);
 }

@@ -101,6 +101,9 @@ bool isBandActive(const BandSettings& band);
 bool bandAppliesToChannel(const BandSettings& band, uint32_t channelFlags);
 bool isDynamicBand(const BandSettings& band);
 bool isSpectralBand(const BandSettings& band, ProcessingResolution resolution);
+// A dynamic band whose dynamics run in this mode and resolution: a band that asks for spectral
+// processing where there is none stays static.
+bool hasActiveDynamics(const BandSettings& band, ProcessingMode mode, ProcessingResolution resolution);
 // A spectral band whose dynamics run: its shaping follows the spectral analysis.
 bool isAnalysedSpectralBand(const BandSettings& band, ProcessingResolution resolution);
 // Linear Phase at Very High or Maximum resolution runs without dynamics.

@@ -162,7 +162,6 @@ void KernelBuilder::collectBands(const EngineSnapshot& snapshot, const SpectralE
                                  int32_t channel, StageType type, std::vector<KernelBand>& out) const {
     out.clear();
     const uint32_t flags = snapshot.channelFlags[static_cast<size_t>(channel)];
-    const bool dynamics = dynamicsAvailable(snapshot.mode, snapshot.resolution);
     for (int32_t b = 0; b < kNumBands; ++b) {
         const BandSettings& band = snapshot.bands[static_cast<size_t>(b)];
         if (!band.used || snapshot.stages.stageOfBand[static_cast<size_t>(b)] != type ||
@@ -177,7 +176,7 @@ void KernelBuilder::collectBands(const EngineSnapshot& snapshot, const SpectralE
                            spectralEngine->versionOf(b)});
             continue;
         }
-        const float change = dynamics && isDynamicBand(band)
+        const float change = hasActiveDynamics(band, snapshot.mode, snapshot.resolution)
                                  ? snapshot.gainChanges[static_cast<size_t>(channel)][static_cast<size_t>(b)]
                                  : 0.0f;
         KernelBand kernelBand;

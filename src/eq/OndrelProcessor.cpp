@@ -277,12 +277,14 @@ void OndrelProcessor::applyPendingChanges() {
                             (isDynamicBand(bandSettings[index]) && bandSettings[index].externalSideChain);
         }
         setSideChainUsed(sideChainUsed);
-        anyDynamic = dynamicsAvailable(processingMode.getValue(), processingResolution.getValue()) &&
-                     std::any_of(bandSettings.begin(), bandSettings.end(), isDynamicBand);
+        const ProcessingMode mode = processingMode.getValue();
+        const ProcessingResolution resolution = processingResolution.getValue();
+        anyDynamic = std::any_of(bandSettings.begin(), bandSettings.end(), [&](const BandSettings& band) {
+            return hasActiveDynamics(band, mode, resolution);
+        });
         if (!anyDynamic)
             gainReduction = 0.0f;
         followGains = anyDynamic && !neededConfig.isEmpty();
-        const ProcessingResolution resolution = processingResolution.getValue();
         const auto analysed = [&](const BandSettings& band) {
             return isAnalysedSpectralBand(band, resolution);
         };
@@ -378,8 +380,7 @@ void OndrelProcessor::adoptSetup(int32_t bank) {
 
 void OndrelProcessor::updateBand(int32_t b) {
     const BandSettings& band = bandSettings[static_cast<size_t>(b)];
-    const bool dynamic =
-        dynamicsAvailable(processingMode.getValue(), processingResolution.getValue()) && isDynamicBand(band);
+    const bool dynamic = hasActiveDynamics(band, processingMode.getValue(), processingResolution.getValue());
     const float scale = gainScale.getValue();
     for (int32_t c = 0; c < getNumChannels(); ++c) {
         OndrelChannel& channel = getOndrelChannel(c);

@@ -113,13 +113,20 @@ TEST(SpectralBandTest, ZeroLatencyTakesTheLinearKernelsLatencyOnlyWhileASpectral
         {ProcessingResolution::Maximum, 0},
     }};
     Harness h(kStereo, kRate, 256);
-    h.addBand(2, FilterShape::Bell, 300.0, 4.0f);
+    h.addBand(2, FilterShape::HighCut, 15000.0, 0.0f);
     for (const auto& [resolution, latency] : expected) {
         SCOPED_TRACE(static_cast<int>(resolution));
         setMode(h, ProcessingMode::ZeroLatency, resolution);
         addSpectralBand(h, 1);
         ASSERT_TRUE(h.waitUntilSettled());
         EXPECT_EQ(h.processor().getLatency(), latency);
+        if (latency == 0) {
+            // Where there is no spectral processing the band does not fall back to plain
+            // dynamics: it keeps its static response.
+            const ToneChanges changes = changesOfTwoTones(h);
+            EXPECT_NEAR(changes.loudDb, 0.0, 0.05);
+            EXPECT_NEAR(changes.quietDb, 0.0, 0.05);
+        }
         h.setBand(1, " Spectral Enabled", 0.0f);
         ASSERT_TRUE(h.waitUntilSettled());
         EXPECT_EQ(h.processor().getLatency(), 0) << "a plain dynamic band runs as a filter";
