@@ -104,6 +104,24 @@ bool hasActiveDynamics(const BandSettings& band, ProcessingMode mode, Processing
            (!band.spectralEnabled || spectralAvailable(resolution));
 }
 
+float maxBandBoost(const BandSettingsArray& bands) {
+    float boost = 0.0f;
+    for (const BandSettings& band : bands) {
+        if (!isBandActive(band))
+            continue;
+        if (hasGain(band.shape)) {
+            boost = std::max(boost, band.gain);
+        } else if (band.shape == FilterShape::LowCut || band.shape == FilterShape::HighCut) {
+            // The Q acts on one second-order section, which peaks above Q = 1/sqrt(2).
+            const double q = prototypeQ(band.shape, band.userQ());
+            if (q * q > 0.5)
+                boost = std::max(boost,
+                                 static_cast<float>(20.0 * std::log10(q / std::sqrt(1.0 - 0.25 / (q * q)))));
+        }
+    }
+    return boost;
+}
+
 bool isAnalysedSpectralBand(const BandSettings& band, ProcessingResolution resolution) {
     return isSpectralBand(band, resolution) && isDynamicBand(band);
 }

@@ -110,6 +110,10 @@ bool isAnalysedSpectralBand(const BandSettings& band, ProcessingResolution resol
 bool dynamicsAvailable(ProcessingMode mode, ProcessingResolution resolution);
 bool spectralAvailable(ProcessingResolution resolution);
 
+// The largest boost of the active bands in dB (0 when none boosts): a band's gain, or for a cut its
+// resonance peak. Drives the Character stage.
+float maxBandBoost(const BandSettingsArray& bands);
+
 // Groups the used bands into stages. Stereo bands join a stage of their kind so that a setup with
 // only left/right or only mid/side bands needs one stage per kind. Unused bands keep the stage they
 // had in previous (so that a band fading out stays where it was).

@@ -1,4 +1,5 @@
 #include "eq/BandRouting.h"
+#include "plugin/eq/ParameterMappings.h"
 #include "wave/ChannelLayouts.h"
 
 #include <gtest/gtest.h>
@@ -81,6 +82,27 @@ TEST(BandRoutingTest, DynamicAndSpectralNeedGainShapeAndRange) {
     EXPECT_FALSE(isSpectralBand(b, ProcessingResolution::VeryHigh));
     EXPECT_FALSE(dynamicsAvailable(ProcessingMode::LinearPhase, ProcessingResolution::Maximum));
     EXPECT_TRUE(dynamicsAvailable(ProcessingMode::NaturalPhase, ProcessingResolution::Maximum));
+}
+
+TEST(BandRoutingTest, MaxBandBoostTakesActiveBoostsAndCutResonances) {
+    BandSettingsArray bands{};
+    EXPECT_EQ(maxBandBoost(bands), 0.0f);
+    bands[0] = band(StereoPlacement::Stereo);
+    bands[0].gain = -9.0f;
+    EXPECT_EQ(maxBandBoost(bands), 0.0f) << "cuts never count below 0 dB";
+    bands[1] = band(StereoPlacement::Left, FilterShape::LowShelf);
+    bands[1].gain = 7.5f;
+    bands[2] = band(StereoPlacement::Stereo);
+    bands[2].gain = 12.0f;
+    bands[2].enabled = false;
+    EXPECT_EQ(maxBandBoost(bands), 7.5f) << "a disabled band does not drive";
+    // A high cut with Q 2 (section Q sqrt 2) peaks by Q / sqrt(1 - 1/(4 Q^2)) = 1.5119, 3.59 dB.
+    bands[3] = band(StereoPlacement::Stereo, FilterShape::HighCut);
+    bands[3].q = static_cast<float>(normalizedFromQ(2.0));
+    bands[1].gain = 2.0f;
+    EXPECT_NEAR(maxBandBoost(bands), 3.590, 0.001);
+    bands[3].q = static_cast<float>(normalizedFromQ(1.0));
+    EXPECT_EQ(maxBandBoost(bands), 2.0f) << "a Butterworth cut has no peak";
 }
 
 TEST(BandRoutingTest, StereoBandsJoinAnExistingStageOfTheirKind) {
