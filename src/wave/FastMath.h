@@ -5,7 +5,8 @@
 namespace wave {
 
 // Polynomial transcendental functions with single-precision accuracy, built only from
-// multiplications, divisions, comparisons and blends. log and exp are templates over float and
+// multiplications, divisions, comparisons and blends. They are always inlined: a call per group of
+// four would cost more than the polynomial. log and exp are templates over float and
 // Float4 (one kernel for the level blocks' scalar loops and the shapers' four lanes); the others
 // exist for four lanes only, the shapers being their one user.
 namespace fast_math_detail {
@@ -24,7 +25,7 @@ inline constexpr float kSmallestNormal = 1.1754944e-38f;
 
 // Natural log of a positive, finite, normal x.
 template <class V>
-V fastLog(V x) {
+[[gnu::always_inline]] inline V fastLog(V x) {
     using namespace fast_math_detail;
     V m, exponent;
     splitExponent(x, m, exponent);
@@ -50,7 +51,7 @@ V fastLog(V x) {
 
 // e^x; x is clamped to the normal single-precision range (results below about 1e-38 are 0).
 template <class V>
-V fastExp(V x) {
+[[gnu::always_inline]] inline V fastExp(V x) {
     using namespace fast_math_detail;
     x = clampOf(x, V(kExpLowest), V(kExpHighest));
     const V k = floorOf(x * kLog2e + 0.5f);
@@ -66,13 +67,13 @@ V fastExp(V x) {
 }
 
 // a^p for a >= 0, with 0^p = 0.
-inline Float4 fastPow(Float4 a, Float4 p) {
+[[gnu::always_inline]] inline Float4 fastPow(Float4 a, Float4 p) {
     const Float4 raised = fastExp(p * fastLog(maxOf(a, fast_math_detail::kSmallestNormal)));
     return select(a > 0.0f, raised, 0.0f);
 }
 
 // Arc tangent, reduced to |x| <= tan(pi / 8) by the angle-addition identities.
-inline Float4 fastAtan(Float4 x) {
+[[gnu::always_inline]] inline Float4 fastAtan(Float4 x) {
     const Float4 a = absOf(x);
     const Float4 beyondTan3Eighths = a > 2.4142137f;
     const Float4 beyondTanEighth = a > 0.41421357f;
@@ -87,7 +88,7 @@ inline Float4 fastAtan(Float4 x) {
 
 // Sine: the argument is reduced to an octant by 4 / pi, with pi / 4 in three parts so that the
 // reduction stays exact for moderate arguments.
-inline Float4 fastSin(Float4 x) {
+[[gnu::always_inline]] inline Float4 fastSin(Float4 x) {
     const Float4 a = absOf(x);
     // The octant index rounded up to even: j in {0, 2, 4, ...}.
     const __m128i j = _mm_and_si128(_mm_add_epi32(_mm_cvttps_epi32((a * 1.2732395f).v), _mm_set1_epi32(1)),
@@ -106,7 +107,7 @@ inline Float4 fastSin(Float4 x) {
 }
 
 // Hyperbolic tangent of e >= 0 as (exp(2e) - 1) / (exp(2e) + 1), with 2e limited to 44.
-inline Float4 fastTanhOfPositive(Float4 e) {
+[[gnu::always_inline]] inline Float4 fastTanhOfPositive(Float4 e) {
     const Float4 g = fastExp(minOf(e + e, 44.0f));
     return (g - 1.0f) / (g + 1.0f);
 }

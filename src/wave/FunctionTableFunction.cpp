@@ -26,6 +26,8 @@ void FunctionTableFunction::set(double lowBound, double highBound, int32_t count
 }
 
 float FunctionTableFunction::value(float x) const {
+    if (table.empty())
+        return 0.0f;
     const double position = static_cast<double>(x) * inverseStep - offset;
     const auto whole = static_cast<int32_t>(position);
     const auto i = static_cast<size_t>(whole & (size - 1));

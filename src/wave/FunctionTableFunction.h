@@ -20,6 +20,7 @@ public:
 
     // Tabulates evaluate at the least power of two (at least 2) not below count points.
     void set(double low, double high, int32_t count);
+    // 0 before the first set.
     float value(float x) const;
 
     int32_t getSize() const { return size; }

@@ -61,30 +61,31 @@ ConverterStyle::Phase ConverterStyle::getPhase(int32_t index) const {
 
 double ConverterStyle::transitionWidth() const {
     const double rate = getEnvironment().getSampleRate();
-    const double width = rate > 0.0 ? (rate - 2.0 * passEdge) / rate : 0.0;
-    return std::clamp(width, kMinimumWidth, 1.0);
+    const double relative = rate > 0.0 ? (rate - 2.0 * passEdge) / rate : 0.0;
+    return std::clamp(relative, kMinimumWidth, 1.0);
 }
 
 double ConverterStyle::getPassBandEdge() const {
-    return 0.5 * getDesignRate() * (1.0 - transitionWidth());
+    return 0.5 * getDesignRate() * (1.0 - width);
 }
 
 double ConverterStyle::getStopBandEdge() const {
-    return 0.5 * getDesignRate() * (1.0 + transitionWidth());
+    return 0.5 * getDesignRate() * (1.0 + width);
 }
 
-int32_t ConverterStyle::kaiserOrder(double width) const {
+int32_t ConverterStyle::kaiserOrder(double transition) const {
     const double designDb = attenuation + kRoundTripMarginDb;
-    int32_t order = static_cast<int32_t>((designDb - 7.95) / 14.36 * factor / width) + factor;
+    int32_t order = static_cast<int32_t>((designDb - 7.95) / 14.36 * factor / transition) + factor;
     return order - order % (2 * factor);
 }
 
 void ConverterStyle::design() {
+    width = transitionWidth();
     if (factor == 1) {
         buildTable(0, 0.0);
     } else {
         const double beta = 0.1102 * (attenuation + kRoundTripMarginDb - 8.7);
-        int32_t order = kaiserOrder(transitionWidth());
+        int32_t order = kaiserOrder(width);
         for (int32_t step = 0;; ++step) {
             buildTable(order, beta);
             if (step == kLengthSteps || meetsTargets())
@@ -148,7 +149,6 @@ void ConverterStyle::buildTable(int32_t order, double beta) {
 
 bool ConverterStyle::meetsTargets() const {
     const double limit = std::pow(10.0, -(attenuation + kTargetMarginDb) / 20.0);
-    const double width = transitionWidth();
     const double passEnd = std::numbers::pi * (1.0 - width) / factor;
     const double stopStart = std::numbers::pi * (1.0 + width) / factor;
     const int32_t half = (taps - 1) / 2;

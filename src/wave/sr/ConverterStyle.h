@@ -48,9 +48,9 @@ public:
     double getStopBandEdge() const;
 
 private:
-    // The normalised transition width for the current rate.
+    // The normalised transition width at the environment's current rate.
     double transitionWidth() const;
-    int32_t kaiserOrder(double width) const;
+    int32_t kaiserOrder(double transition) const;
     void design();
     // Builds the polyphase table for a prototype of the given order (length order + 1).
     void buildTable(int32_t order, double beta);
@@ -60,6 +60,8 @@ private:
     double attenuation;
     double passEdge;
     int32_t factor;
+    // The transition width of the current design.
+    double width = 1.0;
     int32_t taps = 1;
     int32_t historyLength = 1;
     int32_t phaseCapacity;

@@ -1,6 +1,7 @@
 #include "wave/sr/IIRConverter.h"
 
 #include <algorithm>
+#include <array>
 
 namespace sr {
 
@@ -31,21 +32,56 @@ void IIRConverter::followStyle() {
     reset();
 }
 
-void IIRConverter::runPath(int32_t stage, int32_t first, float* data, int32_t count) {
-    const IIRConverterStyle::Stage& coefficients = style.getStage(stage);
-    float* sections = stageState(stage);
-    for (int32_t i = first; i < coefficients.count; i += 2) {
-        const float a = coefficients.coefficients[static_cast<size_t>(i)];
-        float previousInput = sections[2 * i];
-        float previousOutput = sections[2 * i + 1];
-        for (int32_t t = 0; t < count; ++t) {
-            const float x = data[t];
-            previousOutput = a * (x - previousOutput) + previousInput;
-            previousInput = x;
-            data[t] = previousOutput;
+namespace {
+
+// Both paths of a stage in one pass over the samples, every section's state in a register: the
+// sections' recursions are independent chains, so their latencies overlap instead of adding up.
+// Section i sits on path i % 2; state holds each section's previous input and output.
+template <int32_t Count>
+void runSections(const float* coefficients, float* state, float* path0, float* path1, int32_t count) {
+    std::array<float, Count> a, previousInput, previousOutput;
+    for (int32_t i = 0; i < Count; ++i) {
+        a[i] = coefficients[i];
+        previousInput[i] = state[2 * i];
+        previousOutput[i] = state[2 * i + 1];
+    }
+    for (int32_t t = 0; t < count; ++t) {
+        float x[2] = {path0[t], path1[t]};
+        for (int32_t i = 0; i < Count; ++i) {
+            const float y = a[i] * (x[i % 2] - previousOutput[i]) + previousInput[i];
+            previousInput[i] = x[i % 2];
+            previousOutput[i] = y;
+            x[i % 2] = y;
         }
-        sections[2 * i] = previousInput;
-        sections[2 * i + 1] = previousOutput;
+        path0[t] = x[0];
+        path1[t] = x[1];
+    }
+    for (int32_t i = 0; i < Count; ++i) {
+        state[2 * i] = previousInput[i];
+        state[2 * i + 1] = previousOutput[i];
+    }
+}
+
+} // namespace
+
+void IIRConverter::runPaths(int32_t stage, float* path0, float* path1, int32_t count) {
+    const IIRConverterStyle::Stage& coefficients = style.getStage(stage);
+    const float* a = coefficients.coefficients.data();
+    float* sections = stageState(stage);
+    static_assert(IIRConverterStyle::kMaximumCoefficients == 6);
+    switch (coefficients.count) {
+    case 1:
+        return runSections<1>(a, sections, path0, path1, count);
+    case 2:
+        return runSections<2>(a, sections, path0, path1, count);
+    case 3:
+        return runSections<3>(a, sections, path0, path1, count);
+    case 4:
+        return runSections<4>(a, sections, path0, path1, count);
+    case 5:
+        return runSections<5>(a, sections, path0, path1, count);
+    default:
+        return runSections<6>(a, sections, path0, path1, count);
     }
 }
 
@@ -59,8 +95,7 @@ void IIRInterpolator::interpolateStage(int32_t stage, const float* input, float*
     float* late = pathBuffer(1);
     for (int32_t t = 0; t < count; ++t)
         early[t] = late[t] = withoutTiny(input[t]);
-    runPath(stage, 0, early, count);
-    runPath(stage, 1, late, count);
+    runPaths(stage, early, late, count);
     for (int32_t t = 0; t < count; ++t) {
         output[2 * t] = early[t];
         output[2 * t + 1] = late[t];
@@ -96,8 +131,7 @@ void IIRDecimator::decimateStage(int32_t stage, const float* input, float* outpu
         odd[t] = withoutTiny(0.5f * (t == 0 ? carried : input[2 * t - 1]));
     }
     carried = input[2 * count - 1];
-    runPath(stage, 0, even, count);
-    runPath(stage, 1, odd, count);
+    runPaths(stage, even, odd, count);
     for (int32_t t = 0; t < count; ++t)
         output[t] = even[t] + odd[t];
 }

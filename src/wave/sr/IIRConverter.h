@@ -27,8 +27,8 @@ protected:
     void followStyle();
     const IIRConverterStyle& getStyle() const { return style; }
     float* stageState(int32_t stage) { return state.data() + static_cast<size_t>(stage) * kStateSize; }
-    // Runs the sections first, first + 2, ... of a stage over a path's samples in place.
-    void runPath(int32_t stage, int32_t first, float* data, int32_t count);
+    // Runs a stage's even sections over path 0 and its odd sections over path 1, in place.
+    void runPaths(int32_t stage, float* path0, float* path1, int32_t count);
     // Flushes tiny state values to zero, and clears the whole state if any is not finite.
     void tidyState();
     // Buffers for the paths and for the samples between stages.
