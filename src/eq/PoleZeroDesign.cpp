@@ -1,6 +1,6 @@
 #include "eq/PoleZeroDesign.h"
 
-#include "eq/EllipticFunctions.h"
+#include "foundation/EllipticFunctions.h"
 
 #include <algorithm>
 #include <cmath>

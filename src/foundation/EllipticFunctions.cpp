@@ -1,4 +1,4 @@
-#include "eq/EllipticFunctions.h"
+#include "foundation/EllipticFunctions.h"
 
 #include <array>
 #include <cmath>
