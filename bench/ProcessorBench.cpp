@@ -34,6 +34,7 @@ struct Setup {
     int32_t block = kBlock;
     // Of the dynamic bands, how many are spectral.
     int32_t spectralBands = 0;
+    Character character = Character::Clean;
 };
 
 class Bench {
@@ -43,6 +44,7 @@ public:
         processor->setProcessing(true);
         set("Processing Mode", static_cast<float>(setup.mode));
         set("Processing Resolution", static_cast<float>(setup.resolution));
+        set("Character", static_cast<float>(setup.character));
         for (int32_t b = 1; b <= setup.bands; ++b) {
             const std::string band = "Band " + std::to_string(b);
             // Bells spread over the spectrum, alternating boosts and cuts.
@@ -134,6 +136,14 @@ void BM_ProcessorSpectralBand(benchmark::State& state) {
                     24, 1, kBlock, 1});
 }
 
+// 24 Bells with Subtle (argument 1) or Warm (2), in Zero Latency and in Linear Phase (argument + 2):
+// against BM_Processor24Bells, the cost of the Character stage.
+void BM_ProcessorCharacter(benchmark::State& state) {
+    const auto character = static_cast<Character>(state.range(0) % 2 == 1 ? 1 : 2);
+    const auto mode = state.range(0) > 2 ? ProcessingMode::LinearPhase : ProcessingMode::ZeroLatency;
+    measure(state, {kStereo, mode, ProcessingResolution::Medium, 24, 0, kBlock, 0, character});
+}
+
 void BM_Processor714(benchmark::State& state) {
     measure(state, {kLayout714, static_cast<ProcessingMode>(state.range(0))});
 }
@@ -143,6 +153,7 @@ BENCHMARK(BM_ProcessorLinearPhase)->DenseRange(0, 4)->Unit(benchmark::kMicroseco
 BENCHMARK(BM_Processor8DynamicBands)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_ProcessorLinearPhaseMaximumSpread)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_ProcessorSpectralBand)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ProcessorCharacter)->DenseRange(1, 4)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Processor714)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
 
 } // namespace

@@ -27,6 +27,7 @@ OndrelProcessor::OndrelChannel::BandSlot::BandSlot(wave::Environment* environmen
 
 OndrelProcessor::OndrelChannel::OndrelChannel(OndrelProcessor& owner, uint32_t flags, int32_t maximumDelay)
     : GenericPluginProcessor::Channel(owner, flags), soloFilter(owner.getEnvironment()),
+      character(owner.getEnvironment(), *characterStyleFor(Character::Subtle)),
       monitorMix(owner.getEnvironment(), maximumDelay), inputMeter(owner.getEnvironment()),
       outputMeter(owner.getEnvironment()), sideChainMeter(owner.getEnvironment()) {
     for (auto& slot : slots)

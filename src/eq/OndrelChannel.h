@@ -1,6 +1,7 @@
 #pragma once
 
 #include "eq/BandCompander.h"
+#include "eq/CharacterStage.h"
 #include "eq/DynamicEQFilter.h"
 #include "eq/EQFilter.h"
 #include "eq/EngineSnapshot.h"
@@ -51,6 +52,7 @@ public:
     }
     EQFilter& getSoloFilter() { return soloFilter; }
     MonitorMix& getMonitorMix() { return monitorMix; }
+    CharacterStage& getCharacterStage() { return character; }
     wave::LevelMeter& getInputMeter() { return inputMeter; }
     wave::LevelMeter& getOutputMeter() { return outputMeter; }
     wave::LevelMeter& getSideChainMeter() { return sideChainMeter; }
@@ -74,6 +76,7 @@ private:
     std::array<bool, kNumBands> applies{};
     std::array<wave::Producer*, kNumStageTypes> stageInputs{};
     EQFilter soloFilter;
+    CharacterStage character;
     MonitorMix monitorMix;
     wave::LevelMeter inputMeter;
     wave::LevelMeter outputMeter;

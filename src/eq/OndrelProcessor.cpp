@@ -9,6 +9,8 @@
 #include "plugin/eq/ParameterMappings.h"
 #include "wave/ChannelLayouts.h"
 #include "wave/MidSideConverter.h"
+#include "wave/sr/ConverterStyle.h"
+#include "wave/sr/IIRConverterStyle.h"
 
 #include <algorithm>
 #include <cmath>
@@ -108,6 +110,11 @@ OndrelProcessor::OndrelProcessor(int32_t layoutIndex, int32_t maxBlockSize, floa
       layout(chl::layoutChannelCount(layoutIndex) > 0 ? layoutIndex : kStereoLayout),
       worker(std::make_unique<EngineWorker>()) {
     initialize(std::max(maxBlockSize, 1), static_cast<int32_t>(sampleRate));
+    constexpr int32_t kCharacterOversampling = 2;
+    linearPhaseConverter =
+        std::make_unique<sr::ConverterStyle>(*getEnvironment(), 70.0, 20000.0, kCharacterOversampling);
+    minimumPhaseConverter =
+        std::make_unique<sr::IIRConverterStyle>(*getEnvironment(), kCharacterOversampling);
     setSampleRate(sampleRate);
     setBypassParameterIndex(bypass.getIndex());
     createChannels();
@@ -126,9 +133,12 @@ OndrelProcessor::OndrelChannel& OndrelProcessor::getOndrelChannel(int32_t index)
 
 void OndrelProcessor::createChannels() {
     const auto flags = chl::layoutFlags(layout);
-    const int32_t maximumDelay = maximumLatency(getSampleRate(), 0);
-    for (uint32_t channelFlags : flags)
-        addChannel(std::make_unique<OndrelChannel>(*this, channelFlags, maximumDelay));
+    const int32_t maximumDelay = longestLatency();
+    for (uint32_t channelFlags : flags) {
+        auto channel = std::make_unique<OndrelChannel>(*this, channelFlags, maximumDelay);
+        channel->getCharacterStage().prepareConverters(*linearPhaseConverter, *minimumPhaseConverter);
+        addChannel(std::move(channel));
+    }
     setFirstPerChannelMeter(0);
 
     // A left speaker pairs with the right speaker at the same azimuth and height.
@@ -171,7 +181,10 @@ void OndrelProcessor::createChannels() {
 }
 
 void OndrelProcessor::sampleRateChanged() {
-    const int32_t longest = maximumLatency(getSampleRate(), 0);
+    // The converters may hear of the new rate after us.
+    linearPhaseConverter->refresh();
+    minimumPhaseConverter->refresh();
+    const int32_t longest = longestLatency();
     reserveLatency(longest);
     for (int32_t c = 0; c < getNumChannels(); ++c)
         getOndrelChannel(c).getMonitorMix().setMaximumDelay(longest);
@@ -222,7 +235,31 @@ void OndrelProcessor::sampleRateChanged() {
 }
 
 int32_t OndrelProcessor::computeLatency(double sampleRate) const {
-    return ::computeLatency(running.stages, running.mode, running.resolution, sampleRate, 0);
+    return ::computeLatency(running.stages, running.mode, running.resolution, sampleRate,
+                            characterLatency(running.character, running.mode));
+}
+
+int32_t OndrelProcessor::longestLatency() const {
+    return maximumLatency(getSampleRate(),
+                          std::max(linearPhaseConverter->getLatency(), minimumPhaseConverter->getLatency()));
+}
+
+sr::ConverterStyleBase& OndrelProcessor::converterFor(ProcessingMode mode) const {
+    if (mode == ProcessingMode::LinearPhase)
+        return *linearPhaseConverter;
+    return *minimumPhaseConverter;
+}
+
+int32_t OndrelProcessor::characterLatency(Character value, ProcessingMode mode) const {
+    return value == Character::Clean ? 0 : converterFor(mode).getLatency();
+}
+
+void OndrelProcessor::updateCharacterDrive() {
+    const CharacterDrive drive = characterDriveFor(character.getValue(), maxBandBoost(bandSettings));
+    if (drive.drive == 0.0f)
+        return;
+    for (int32_t c = 0; c < getNumChannels(); ++c)
+        getOndrelChannel(c).getCharacterStage().setDrive(drive);
 }
 
 bool OndrelProcessor::hasKernelWorkPending() const {
@@ -290,6 +327,7 @@ void OndrelProcessor::applyPendingChanges() {
         };
         analysingSpectrum =
             neededConfig.linearTaps > 0 && std::any_of(bandSettings.begin(), bandSettings.end(), analysed);
+        updateCharacterDrive();
         updateMonitor(newlySoloed, newlyAuditioned);
         publishRealTimeBands();
         ++snapshot.settingsSerial;
@@ -312,9 +350,12 @@ void OndrelProcessor::updateStages() {
 void OndrelProcessor::followSetup() {
     // Within one setup bands come and go without a break; a new mode, resolution or latency goes
     // through a short fade (see advanceSwitch).
-    const bool sameSetup = neededConfig == running.config && processingMode.getValue() == running.mode &&
-                           ::computeLatency(stages, running.mode, processingResolution.getValue(),
-                                            getSampleRate(), 0) == getLatency();
+    const Character wantedCharacter = character.getValue();
+    const bool sameSetup =
+        neededConfig == running.config && processingMode.getValue() == running.mode &&
+        wantedCharacter == running.character &&
+        ::computeLatency(stages, running.mode, processingResolution.getValue(), getSampleRate(),
+                         characterLatency(wantedCharacter, running.mode)) == getLatency();
     if (sameSetup) {
         adoptSetup(activeBank);
         return;
@@ -324,7 +365,9 @@ void OndrelProcessor::followSetup() {
 
 void OndrelProcessor::advanceSwitch() {
     KernelBuilder& builder = worker->getKernelBuilder();
-    if (!neededConfig.isEmpty() && !builder.hasOffer(neededConfig))
+    // A switch that keeps the convolvers (Character only) needs nothing from the worker.
+    const bool keepsBank = activeBank >= 0 && neededConfig == running.config;
+    if (!neededConfig.isEmpty() && !keepsBank && !builder.hasOffer(neededConfig))
         return;
     bool silent = true;
     for (ChannelGroup& group : groups) {
@@ -333,7 +376,8 @@ void OndrelProcessor::advanceSwitch() {
     }
     if (!silent)
         return;
-    const int32_t bank = neededConfig.isEmpty() ? -1 : builder.takeReadyBank(neededConfig);
+    const int32_t bank =
+        neededConfig.isEmpty() ? -1 : (keepsBank ? activeBank : builder.takeReadyBank(neededConfig));
     if (bank < 0 && !neededConfig.isEmpty())
         return;
     adoptSetup(bank);
@@ -367,13 +411,25 @@ void OndrelProcessor::adoptSetup(int32_t bank) {
             }
         }
     }
-    const RunningSetup next{processingMode.getValue(), processingResolution.getValue(), stages, neededConfig};
+    const RunningSetup next{processingMode.getValue(), processingResolution.getValue(), stages, neededConfig,
+                            character.getValue()};
+    if (next.character != running.character || next.mode != running.mode) {
+        // The switch fade has silenced the stage: it may start over with its new style.
+        for (int32_t c = 0; c < getNumChannels(); ++c) {
+            CharacterStage& stage = getOndrelChannel(c).getCharacterStage();
+            stage.setConverterStyle(converterFor(next.mode));
+            if (const FunctionTableClipper::Style* style = characterStyleFor(next.character))
+                stage.setStyle(*style);
+            stage.reset();
+        }
+    }
     // Filters that sat out a kernel mode would resume from long-gone signal.
     if (next.mode != running.mode)
         for (int32_t c = 0; c < getNumChannels(); ++c)
             for (int32_t b = 0; b < kNumBands; ++b)
                 getOndrelChannel(c).getSlot(b).filter.reset();
-    if (next.stages != running.stages || next.mode != running.mode || !(next.config == running.config))
+    if (next.stages != running.stages || next.mode != running.mode || !(next.config == running.config) ||
+        next.character != running.character)
         rewirePending = true;
     running = next;
 }
@@ -655,6 +711,13 @@ void OndrelProcessor::rewire() {
             group.monitorDecoder->setSecondInput(monitor[1]);
             monitor = {group.monitorDecoder->getOutputProducer(0),
                        group.monitorDecoder->getOutputProducer(1)};
+        }
+        for (int32_t k = 0; k < group.size; ++k) {
+            if (running.character != Character::Clean) {
+                CharacterStage& stage = channels[static_cast<size_t>(k)]->getCharacterStage();
+                stage.setInput(path[static_cast<size_t>(k)]);
+                path[static_cast<size_t>(k)] = &stage.getOutput();
+            }
         }
         for (int32_t k = 0; k < group.size; ++k) {
             MonitorMix& mix = channels[static_cast<size_t>(k)]->getMonitorMix();

@@ -16,6 +16,12 @@ class EngineWorker;
 class OutputStage;
 class BinaryDataWriter;
 
+namespace sr {
+class ConverterStyleBase;
+class ConverterStyle;
+class IIRConverterStyle;
+} // namespace sr
+
 namespace wave {
 class MidSideConverter;
 class LevelMeter;
@@ -87,6 +93,7 @@ private:
         ProcessingResolution resolution = ProcessingResolution::Medium;
         StageAssignment stages{};
         KernelConfig config{};
+        Character character = Character::Clean;
     };
 
     // The bands whose gain readings the display must shift, for the real-time record (which the
@@ -115,6 +122,12 @@ private:
                        const std::bitset<kNumBands>& newlyAuditioned);
     void updateOutput();
     void updateLatency();
+    // The oversampling converter of the Character stage in this mode, and the latency it adds.
+    sr::ConverterStyleBase& converterFor(ProcessingMode mode) const;
+    int32_t characterLatency(Character character, ProcessingMode mode) const;
+    // The most latency any setting can have at the current rate.
+    int32_t longestLatency() const;
+    void updateCharacterDrive();
     float makeUpGainDb() const;
     void followLoudness();
     // The stages in the signal path (a Zero Latency stage stays while its last band fades out).
@@ -131,6 +144,9 @@ private:
     int32_t layout;
     std::vector<ChannelGroup> groups;
     std::unique_ptr<EngineWorker> worker;
+    // Shared by every channel's Character stage: linear-phase for Linear Phase, else minimum-phase.
+    std::unique_ptr<sr::ConverterStyle> linearPhaseConverter;
+    std::unique_ptr<sr::IIRConverterStyle> minimumPhaseConverter;
 
     BandSettingsArray bandSettings{};
     // The stages the current settings ask for, and the convolvers they need.

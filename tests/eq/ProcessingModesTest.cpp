@@ -260,6 +260,8 @@ TEST(ProcessingModesTest, KernelModesNeitherAllocateNorLockWhileEverythingMoves)
             if (i % 40 == 0)
                 setMode(h, static_cast<ProcessingMode>((i / 40) % 3),
                         static_cast<ProcessingResolution>((i / 120) % 3));
+            if (i % 70 == 0)
+                h.set("Character", static_cast<float>((i / 70) % 3));
             std::this_thread::sleep_for(std::chrono::microseconds(300));
         }
     });
