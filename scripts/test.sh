@@ -9,5 +9,5 @@ ctest --test-dir build --output-on-failure -j "$(nproc)"
 
 cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DONDREL_SANITIZE=ON -DONDREL_BUILD_BENCH=OFF > /dev/null
 cmake --build build-asan
-ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 LSAN_OPTIONS=suppressions="$PWD/tests/support/lsan.supp" \
     ctest --test-dir build-asan --output-on-failure -j "$(nproc)" -L 'unit|dsp|integration' -LE slow
